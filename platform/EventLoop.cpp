@@ -1,0 +1,26 @@
+#include "platform/EventLoop.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
+
+namespace velmar {
+
+void Yield() {
+  static QElapsedTimer sinceLast;
+  if (sinceLast.isValid() && sinceLast.nsecsElapsed() < 1'000'000) return;
+  QCoreApplication::processEvents(QEventLoop::AllEvents);
+  sinceLast.start();
+}
+
+void WaitForEvents() {
+  // WaitForMoreEvents blocks until something was processed; the wake-up timer bounds a
+  // wait on a loop where nothing else would ever happen.
+  QTimer wakeUp;
+  wakeUp.setSingleShot(true);
+  wakeUp.start(100);
+  QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+}  // namespace velmar

@@ -1,0 +1,24 @@
+#pragma once
+// Template part of EventSource.
+#include "platform/Exceptions.h"
+
+namespace velmar {
+
+template <class F>
+void EventSource::Dispatch(F&& handler) {
+  if (detached_) return;
+  std::shared_ptr<void> anchor = Anchor();
+  std::shared_ptr<void> held = heldOwner_;  // survives a ReleaseOwner() inside the handler
+  ++dispatchDepth_;
+  RunGuarded(std::forward<F>(handler));
+  --dispatchDepth_;
+  // The anchors go last: releasing them may destroy the owner, never this object.
+}
+
+inline void EventSource::HoldOwner() {
+  if (!heldOwner_) heldOwner_ = Anchor();
+}
+
+inline void EventSource::ReleaseOwner() { heldOwner_.reset(); }
+
+}  // namespace velmar

@@ -1,0 +1,45 @@
+#pragma once
+// The framework's string functions: positions are 1-based, and every comparison and
+// search ignores letter case.
+#include <QString>
+#include <QStringList>
+
+namespace velmar {
+
+// Equality ignoring case.
+bool Same(const QString& a, const QString& b);
+
+// Position of find in source from start on (1-based), 0 when absent or find is empty.
+int InStr(const QString& source, const QString& find);
+int InStr(int start, const QString& source, const QString& find);
+
+QString Left(const QString& text, int count);
+QString Right(const QString& text, int count);
+// From position start (1-based) to the end, or count characters.
+QString Mid(const QString& text, int start);
+QString Mid(const QString& text, int start, int count);
+int Len(const QString& text);
+
+// Pieces between delimiters, empty pieces kept; an empty delimiter splits into characters.
+QStringList Split(const QString& text, const QString& delimiter);
+// Field n (1-based) of text split at delimiter; empty past the last field.
+QString NthField(const QString& text, const QString& delimiter, int n);
+int CountFields(const QString& text, const QString& delimiter);
+
+// First occurrence, or every occurrence, of find replaced (matching ignores case).
+QString Replace(const QString& text, const QString& find, const QString& replacement);
+QString ReplaceAll(const QString& text, const QString& find, const QString& replacement);
+QString ReplaceLineEndings(const QString& text, const QString& lineEnding);
+
+QString Lowercase(const QString& text);
+// Removes leading white space.
+QString LTrim(const QString& text);
+
+// The number at the head of text (sign, digits, one decimal point, exponent), 0 when none.
+double Val(const QString& text);
+// A number in plain decimal form, as the framework writes it.
+QString Str(double value);
+// Formats a number by a pattern of "0", "#", "." and "," (e.g. "0", "0.0", "#,##0").
+QString Format(double value, const QString& pattern);
+
+}  // namespace velmar

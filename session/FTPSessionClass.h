@@ -1,0 +1,192 @@
+#pragma once
+// One FTP client session: one control connection, one data connection object, one
+// inactivity timer, one status receiver, and the settings and work lists of exactly one
+// running operation. Every operation is a step machine over string steps, advanced by
+// reply lines (ParseCommandBuffer) and by events of the data socket. Nothing blocks.
+#include "platform/TextEncoding.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <initializer_list>
+#include <memory>
+
+namespace velmar {
+
+class FTPCommandSocket;
+class FTPConnectionTimer;
+class FTPDataSocket;
+class FTPDirectoryClass;
+class FTPStatusClass;
+class FolderItem;
+
+class FTPSessionClass : public std::enable_shared_from_this<FTPSessionClass> {
+public:
+  // Fields, in declared order.
+  QString ServerAddress;
+  QString ServerUserID;
+  QString ServerPassword;
+  QString ServerDirectory;
+  QString LocalDirectory;
+  QStringList Files;
+  // Bytes received on the control connection and not yet split into lines; they are
+  // read as text of ServerTextEncoding line by line.
+  QByteArray Buffer;
+  qint32 SendBufferSize = 0;
+  qint32 BytesReceived = 0;
+  qint32 CurrentDirectoryIndex = 0;
+  qint32 CurrentFileIndex = 0;
+  QString DirectoryFileList;
+  QList<std::shared_ptr<FTPDirectoryClass>> DirList;
+  bool NT = false;
+  QStringList Paths;
+  qint32 DataPortStart = 0;
+  qint32 DataPortEnd = 0;
+  qint32 DataPort = 0;
+  qint32 Timeout = 0;
+  bool UseNameList = false;
+  QString ChmodMask;
+  TextEncoding ServerTextEncoding;
+  bool ShowInvisible = false;
+  qint32 CommandPort = 0;
+  qint32 PassivePort = 0;
+  bool IgnoreCancel = false;
+  QString VelmarCRLF;
+  std::shared_ptr<FTPStatusClass> FTPStatusInstance;
+  QString FTPSessionType;
+  QString FileDelimiter;
+  qint32 FileCount = 0;
+  QString DeleteDirectory;
+  std::shared_ptr<FTPDataSocket> DataSocket;
+  QString CurrentWorkingDirectory;
+  QString CurrentFTPStep;
+  std::shared_ptr<FTPConnectionTimer> ConnectionTimer;
+  std::shared_ptr<FTPCommandSocket> CommandSocket;
+  QString ID;
+  bool PassiveMode = false;
+  QString FTPTransferType;
+  QList<std::shared_ptr<FolderItem>> FileFolderItems;
+  double SessionStartTime = 0;
+  qint32 RestartByteCount = 0;
+  QString DirectCommand;
+  bool FTPS = false;
+
+  // Constructor() and Constructor(id). Make sessions with std::make_shared: a running
+  // session keeps itself alive through its open connections.
+  FTPSessionClass();
+  explicit FTPSessionClass(const QString& id);
+  virtual ~FTPSessionClass();
+  FTPSessionClass(const FTPSessionClass&) = delete;
+  FTPSessionClass& operator=(const FTPSessionClass&) = delete;
+
+  // Overridable operations.
+  virtual void SetLoginInfo(const QString& server, const QString& userID, const QString& password);
+  virtual void AddFileName(const QString& name);
+  virtual void SetLocalDirectoryPathName(const QString& path);
+  virtual void SetServerDirectoryPathName(const QString& path);
+  virtual QString GetLocalDirectoryPathName();
+  virtual QString GetServerDirectoryPathName();
+  virtual QString GetNextFileName();
+  virtual void SetTimeoutSeconds(qint32 seconds);
+  virtual void SetStatusReporting(bool on);
+  virtual void SetServerEncoding(const TextEncoding& encoding);
+  virtual void SetLocalFolderItem(const std::shared_ptr<FolderItem>& item);
+  virtual void EndFTPSession(const QString& text);
+  virtual QString GetCurrentFTPStep();
+  virtual QString GetDirFromPath(const QString& path);
+  virtual void Logoff();
+  virtual void Logon();
+  virtual void NextFTPStep(const QString& step, const QString& command, const QString& statusText);
+  virtual void ParseCommandBuffer();
+  virtual void ResetConnectionTimer();
+  virtual QString GetFTPSessionType();
+  virtual void ParseCommandBuffer(qint32 code);
+  virtual QString GetVelmarVersion();
+
+  // Plain methods.
+  bool SocketsActive();
+  bool SuccessfulMessage(const QString& text);
+  QString Squeeze(const QString& text, const QString& chars);
+  qint32 GetFileCount();
+  qint32 GetCurrentDirectoryIndex();
+
+  // The step machines.
+  void ExecuteLogonSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteLogoffSteps(const QString& replyLine, qint32 replyCode);
+
+  // The platform's line end, used by the error branch.
+  static const QString EndOfLine;
+
+protected:
+  // The rules that all machines share.
+  static bool FinalLineBlankForm(const QString& line);
+  static bool FinalLineHyphenForm(const QString& line);
+  bool StepIs(const char* step) const;
+  static bool CodeIn(qint32 code, std::initializer_list<qint32> codes);
+  void UnknownStepBranch();
+  void ErrorBranch(const QString& replyLine);
+  void ErrorBranchCR(const QString& replyLine);
+  void QuietEnd(const QString& message);
+
+  // Prologue of the resident family: the SocketsActive guard, the session type, the
+  // first step run at once through the "NOOP" pseudo-command. Returns false when the
+  // guard failed. `prepare` runs after NT is cleared, before the first step.
+  template <class Prepare>
+  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText, Prepare&& prepare);
+  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText);
+
+  // Prologue of the connecting family: first step shown, both sockets made anew and the
+  // control connection opened. `prepare` runs after IgnoreCancel is cleared.
+  template <class Prepare>
+  void EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText, Prepare&& prepare);
+  // Steps 4 to 6 of the connecting prologue, in two halves so that Logon can set
+  // IgnoreCancel between them: new data and command sockets (TLS prepared when FTPS),
+  // then Address, Port and Connect.
+  void CreateSockets();
+  void ConnectCommandSocket();
+
+  // The logon prefix shared by the connecting machines: "CONNECT" to "PASS", with the
+  // explicit TLS steps. Each machine passes its own accepted codes.
+  enum class PrefixOutcome { NotAPrefixStep, Handled, LoggedOn };
+  PrefixOutcome LogonPrefixSteps(const QString& replyLine, qint32 replyCode,
+                                 std::initializer_list<qint32> greetingCodes,
+                                 std::initializer_list<qint32> userCodes);
+  // Turns the command socket to TLS and waits, in the event loop, for the handshake.
+  void SecureCommandConnection();
+
+  // Writes a command line on the control connection in the server's encoding.
+  void WriteCommand(const QString& command);
+
+private:
+  void Construct(const QString* id);
+};
+
+template <class Prepare>
+bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
+                                    Prepare&& prepare) {
+  if (!SocketsActive()) return false;
+  FTPSessionType = QString::fromLatin1(sessionType);
+  NT = false;
+  prepare();
+  NextFTPStep(QString::fromLatin1(firstStep), QStringLiteral("NOOP"), QString::fromLatin1(statusText));
+  Buffer.clear();
+  ResetConnectionTimer();
+  IgnoreCancel = true;
+  return true;
+}
+
+template <class Prepare>
+void FTPSessionClass::EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText,
+                                      Prepare&& prepare) {
+  FTPSessionType = QString::fromLatin1(sessionType);
+  NT = false;
+  IgnoreCancel = false;
+  prepare();
+  NextFTPStep(QString::fromLatin1(firstStep), QString(), QString::fromLatin1(statusText));
+  Buffer.clear();
+  ResetConnectionTimer();
+  CreateSockets();
+  ConnectCommandSocket();
+}
+
+}  // namespace velmar

@@ -1,0 +1,31 @@
+#pragma once
+// Real FTP servers for integration tests, started by the test on a free loopback port and
+// stopped by the destructor: pyftpdlib (plain or explicit TLS) and vsftpd.
+#include <QString>
+#include <memory>
+
+namespace velmar::test {
+
+class RealFtpServer {
+public:
+  enum class Kind { Pyftpdlib, PyftpdlibTLS, Vsftpd };
+
+  // Starts the server with one user (User(), Password()) whose home is a fresh temporary
+  // folder (Root()). Check Started(); when false, SkipReason() says why in one line.
+  explicit RealFtpServer(Kind kind);
+  ~RealFtpServer();
+
+  bool Started() const;
+  QString SkipReason() const;
+  quint16 Port() const;
+  QString User() const;
+  QString Password() const;
+  // Local path of the user's home folder on the server, ending without "/".
+  QString Root() const;
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace velmar::test
