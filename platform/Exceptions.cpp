@@ -1,4 +1,5 @@
 #include "platform/Exceptions.h"
+#include "platform/MsgBox.h"
 
 #include <cstdio>
 
@@ -19,6 +20,23 @@ void ReportException(const QString& description) {
     return;
   }
   std::fprintf(stderr, "exception: %s\n", description.toUtf8().constData());
+}
+
+namespace {
+MsgBoxHook& MsgHook() {
+  static MsgBoxHook hook;
+  return hook;
+}
+}  // namespace
+
+void SetMsgBoxHook(MsgBoxHook hook) { MsgHook() = std::move(hook); }
+
+void MsgBox(const QString& text) {
+  if (MsgHook()) {
+    MsgHook()(text);
+    return;
+  }
+  std::fprintf(stderr, "%s\n", text.toUtf8().constData());
 }
 
 }  // namespace velmar

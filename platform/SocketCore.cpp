@@ -1,1 +1,457 @@
-// placeholder
+#include "platform/SocketCore.h"
+
+#include <QHostAddress>
+#include <QHostInfo>
+#include <QSocketNotifier>
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace velmar {
+
+namespace {
+
+// How much one readiness event reads at most, and how much received data may wait
+// unread before the socket stops reading (the peer is then held back by TCP).
+constexpr qint64 kReadChunk = 256 * 1024;
+constexpr qint64 kMaxUnread = 8 * 1024 * 1024;
+
+qint32 ConnectErrorCode(int error) {
+  switch (error) {
+    case ECONNREFUSED:
+      return SocketCore::ErrorConnectionRefused;
+    case EADDRINUSE:
+    case EADDRNOTAVAIL:
+      return SocketCore::ErrorAddressInUse;
+    default:
+      return SocketCore::ErrorOpenFailed;
+  }
+}
+
+QString LocalAddressOf(int fd) {
+  sockaddr_storage storage{};
+  socklen_t length = sizeof storage;
+  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length) != 0) return {};
+  QHostAddress address(reinterpret_cast<sockaddr*>(&storage));
+  bool isV4 = false;
+  const quint32 v4 = address.toIPv4Address(&isV4);  // a v4-mapped v6 address reads as v4
+  return isV4 ? QHostAddress(v4).toString() : address.toString();
+}
+
+}  // namespace
+
+SocketCore::SocketCore() = default;
+
+SocketCore::~SocketCore() { CloseDescriptor(); }
+
+bool SocketCore::IsConnected() const { return state_ == State::Connected; }
+
+bool SocketCore::IsListening() const { return state_ == State::Listening; }
+
+void SocketCore::Connect() {
+  ResetForNewConnection();
+  HoldOwner();
+  if (Port <= 0 || Port > 65535) {
+    Fail(ErrorInvalidPort);
+    return;
+  }
+  QHostAddress address;
+  if (address.setAddress(Address)) {
+    StartConnect(address);
+    return;
+  }
+  state_ = State::Resolving;
+  lookupId_ = QHostInfo::lookupHost(Address, this, [this](const QHostInfo& info) {
+    lookupId_ = -1;
+    if (state_ != State::Resolving) return;
+    const QList<QHostAddress> found = info.addresses();
+    if (info.error() != QHostInfo::NoError || found.isEmpty()) {
+      Fail(ErrorNameNotResolved);
+      return;
+    }
+    // An IPv4 address first: the data connection's PORT command can only name one.
+    QHostAddress chosen = found.first();
+    for (const QHostAddress& candidate : found)
+      if (candidate.protocol() == QAbstractSocket::IPv4Protocol) {
+        chosen = candidate;
+        break;
+      }
+    StartConnect(chosen);
+  });
+}
+
+void SocketCore::StartConnect(const QHostAddress& address) {
+  sockaddr_storage storage{};
+  socklen_t length = 0;
+  if (address.protocol() == QAbstractSocket::IPv6Protocol) {
+    auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
+    v6->sin6_family = AF_INET6;
+    v6->sin6_port = htons(static_cast<quint16>(Port));
+    const Q_IPV6ADDR raw = address.toIPv6Address();
+    std::memcpy(&v6->sin6_addr, &raw, sizeof raw);
+    v6->sin6_scope_id = address.scopeId().toUInt();
+    length = sizeof *v6;
+  } else {
+    auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
+    v4->sin_family = AF_INET;
+    v4->sin_port = htons(static_cast<quint16>(Port));
+    v4->sin_addr.s_addr = htonl(address.toIPv4Address());
+    length = sizeof *v4;
+  }
+  const int fd = ::socket(storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    Fail(ErrorOpenFailed);
+    return;
+  }
+  const int one = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  AdoptDescriptor(fd, State::Connecting);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&storage), length) == 0) {
+    FinishConnect();
+    return;
+  }
+  if (errno != EINPROGRESS) {
+    Fail(ConnectErrorCode(errno));
+    return;
+  }
+  WatchWrite(true);  // writable once the connection is up or has failed
+}
+
+void SocketCore::FinishConnect() {
+  int error = 0;
+  socklen_t length = sizeof error;
+  ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &length);
+  if (error != 0) {
+    Fail(ConnectErrorCode(error));
+    return;
+  }
+  state_ = State::Connected;
+  localAddress_ = LocalAddressOf(fd_);
+  WatchWrite(false);
+  WatchRead(true);
+  TransportConnected();
+  pendingConnected_ = true;
+  if (!TransportHandshaking()) FlushOutgoing();
+  ScheduleDelivery();
+}
+
+void SocketCore::Listen() {
+  if (state_ == State::Listening && listeningPort_ == Port) return;
+  ResetForNewConnection();
+  HoldOwner();
+  if (Port < 0 || Port > 65535) {
+    Fail(ErrorInvalidPort);
+    return;
+  }
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    Fail(ErrorOpenFailed);
+    return;
+  }
+  const int one = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<quint16>(Port));
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  AdoptDescriptor(fd, State::Listening);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd, 1) != 0) {
+    Fail(errno == EADDRINUSE ? ErrorAddressInUse : ErrorOpenFailed);
+    return;
+  }
+  listeningPort_ = Port;
+  WatchRead(true);
+}
+
+void SocketCore::Accept() {
+  const int connection = ::accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (connection < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ECONNABORTED || errno == EINTR) return;
+    Fail(ErrorOpenFailed);
+    return;
+  }
+  // One incoming connection is all a listening socket waits for.
+  CloseDescriptor();
+  listeningPort_ = -1;
+  const int one = 1;
+  ::setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  AdoptDescriptor(connection, State::Connected);
+  localAddress_ = LocalAddressOf(connection);
+  WatchRead(true);
+  TransportConnected();
+  pendingConnected_ = true;
+  ScheduleDelivery();
+}
+
+void SocketCore::Write(const QByteArray& bytes) {
+  if (state_ == State::Closed || state_ == State::Idle || state_ == State::Listening) return;
+  if (outgoingSent_ == outgoing_.size()) {
+    outgoing_.clear();
+    outgoingSent_ = 0;
+  }
+  outgoing_.append(bytes);
+  pendingSendComplete_ = true;
+  if (state_ == State::Connected && !TransportHandshaking()) FlushOutgoing();
+  if (BytesLeftToSend() == 0) ScheduleDelivery();
+}
+
+QByteArray SocketCore::ReadAll() {
+  QByteArray taken = std::move(incoming_);
+  incoming_ = QByteArray();
+  if (readPaused_ && state_ == State::Connected) {
+    readPaused_ = false;
+    WatchRead(true);
+  }
+  return taken;
+}
+
+void SocketCore::Close() {
+  if (lookupId_ >= 0) {
+    QHostInfo::abortHostLookup(lookupId_);
+    lookupId_ = -1;
+  }
+  CloseDescriptor();
+  state_ = State::Closed;
+  listeningPort_ = -1;
+  outgoing_.clear();
+  outgoingSent_ = 0;
+  pendingConnected_ = pendingData_ = pendingSendComplete_ = pendingError_ = false;
+  ReleaseOwner();
+}
+
+void SocketCore::Detach() {
+  Close();
+  EventSource::Detach();
+}
+
+void SocketCore::Poll() {
+  if (fd_ >= 0) {
+    pollfd ready{fd_, POLLIN | POLLOUT, 0};
+    ::poll(&ready, 1, 0);
+    if (state_ == State::Connecting && (ready.revents & (POLLOUT | POLLERR | POLLHUP))) {
+      FinishConnect();
+    } else if (state_ == State::Listening && (ready.revents & POLLIN)) {
+      Accept();
+    } else if (state_ == State::Connected) {
+      if (TransportHandshaking()) {
+        TransportContinueHandshake();
+      } else {
+        FlushOutgoing();
+        if ((ready.revents & (POLLIN | POLLHUP | POLLERR)) || TransportHasBufferedInput()) ReadAvailable();
+      }
+    }
+  }
+  if (!HasPendingEvents()) return;
+  if (InsideHandler())
+    ScheduleDelivery();
+  else
+    Deliver();
+}
+
+bool SocketCore::HasPendingEvents() const {
+  return pendingConnected_ || (pendingData_ && !incoming_.isEmpty()) || pendingError_ ||
+         (pendingSendComplete_ && BytesLeftToSend() == 0);
+}
+
+void SocketCore::OnReadable() {
+  if (state_ == State::Listening) {
+    Accept();
+    return;
+  }
+  if (state_ != State::Connected) return;
+  if (TransportHandshaking()) {
+    TransportContinueHandshake();
+    return;
+  }
+  ReadAvailable();
+  Deliver();
+}
+
+void SocketCore::OnWritable() {
+  if (state_ == State::Connecting) {
+    FinishConnect();
+    return;
+  }
+  if (state_ != State::Connected) return;
+  if (TransportHandshaking()) {
+    TransportContinueHandshake();
+    return;
+  }
+  FlushOutgoing();
+  // A transport that had to wait for writability in the middle of a read reads now.
+  if (TransportHasBufferedInput()) ReadAvailable();
+  Deliver();
+}
+
+void SocketCore::ReadAvailable() {
+  qint64 readNow = 0;
+  while (state_ == State::Connected && readNow < kReadChunk) {
+    if (incoming_.size() >= kMaxUnread) {
+      readPaused_ = true;
+      WatchRead(false);
+      return;
+    }
+    const qint64 oldSize = incoming_.size();
+    const qint64 room = std::min<qint64>(64 * 1024, kReadChunk - readNow);
+    incoming_.resize(oldSize + room);
+    const IoResult result = TransportRead(incoming_.data() + oldSize, room);
+    incoming_.resize(oldSize + (result.status == IoStatus::Done ? result.bytes : 0));
+    switch (result.status) {
+      case IoStatus::Done:
+        readNow += result.bytes;
+        pendingData_ = true;
+        continue;
+      case IoStatus::WouldBlock:
+        if (result.wantsWrite) WatchWrite(true);
+        return;
+      case IoStatus::Closed:
+        Fail(ErrorPeerClosed);
+        return;
+      case IoStatus::Failed:
+        Fail(result.errorCode ? result.errorCode : ErrorNetwork);
+        return;
+    }
+  }
+}
+
+void SocketCore::FlushOutgoing() {
+  while (state_ == State::Connected && outgoingSent_ < outgoing_.size()) {
+    const IoResult result =
+        TransportWrite(outgoing_.constData() + outgoingSent_, outgoing_.size() - outgoingSent_);
+    if (result.status == IoStatus::Done) {
+      outgoingSent_ += result.bytes;
+      continue;
+    }
+    if (result.status == IoStatus::WouldBlock) {
+      WatchWrite(true);
+      return;
+    }
+    Fail(result.status == IoStatus::Closed ? ErrorNetwork : (result.errorCode ? result.errorCode : ErrorNetwork));
+    return;
+  }
+  if (state_ == State::Connected && outgoingSent_ == outgoing_.size()) {
+    outgoing_.clear();
+    outgoingSent_ = 0;
+    if (!TransportHasBufferedInput()) WatchWrite(false);
+  }
+}
+
+void SocketCore::ResumeTransfer() {
+  FlushOutgoing();
+  ReadAvailable();
+  ScheduleDelivery();
+}
+
+SocketCore::IoResult SocketCore::TransportRead(char* into, qint64 capacity) {
+  for (;;) {
+    const ssize_t got = ::recv(fd_, into, static_cast<size_t>(capacity), 0);
+    if (got > 0) return {IoStatus::Done, got};
+    if (got == 0) return {IoStatus::Closed};
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return {IoStatus::WouldBlock};
+    return {IoStatus::Failed, 0, ErrorNetwork};
+  }
+}
+
+SocketCore::IoResult SocketCore::TransportWrite(const char* from, qint64 count) {
+  for (;;) {
+    const ssize_t sent = ::send(fd_, from, static_cast<size_t>(count), MSG_NOSIGNAL);
+    if (sent >= 0) return {IoStatus::Done, sent};
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return {IoStatus::WouldBlock};
+    return {IoStatus::Failed, 0, ErrorNetwork};
+  }
+}
+
+void SocketCore::WatchRead(bool on) {
+  if (readNotifier_) readNotifier_->setEnabled(on);
+}
+
+void SocketCore::WatchWrite(bool on) {
+  if (writeNotifier_) writeNotifier_->setEnabled(on);
+}
+
+void SocketCore::Fail(qint32 code) {
+  lastErrorCode_ = code;
+  CloseDescriptor();
+  state_ = State::Closed;
+  listeningPort_ = -1;
+  outgoing_.clear();
+  outgoingSent_ = 0;
+  pendingConnected_ = false;
+  pendingSendComplete_ = false;
+  pendingError_ = true;
+  ScheduleDelivery();
+}
+
+void SocketCore::AdoptDescriptor(int fd, State state) {
+  CloseDescriptor();
+  fd_ = fd;
+  state_ = state;
+  readNotifier_ = new QSocketNotifier(fd, QSocketNotifier::Read, this);
+  writeNotifier_ = new QSocketNotifier(fd, QSocketNotifier::Write, this);
+  readNotifier_->setEnabled(false);
+  writeNotifier_->setEnabled(false);
+  QObject::connect(readNotifier_, &QSocketNotifier::activated, this, [this] { OnReadable(); });
+  QObject::connect(writeNotifier_, &QSocketNotifier::activated, this, [this] { OnWritable(); });
+}
+
+void SocketCore::CloseDescriptor() {
+  if (fd_ < 0) return;
+  TransportClosing();
+  // Notifiers are switched off before the descriptor closes, and deleted later because
+  // this may run inside one of their own activations.
+  for (QSocketNotifier* notifier : {readNotifier_, writeNotifier_}) {
+    notifier->setEnabled(false);
+    QObject::disconnect(notifier, nullptr, this, nullptr);
+    notifier->deleteLater();
+  }
+  readNotifier_ = writeNotifier_ = nullptr;
+  ::close(fd_);
+  fd_ = -1;
+  readPaused_ = false;
+}
+
+void SocketCore::ResetForNewConnection() {
+  Close();
+  state_ = State::Idle;
+  lastErrorCode_ = 0;
+  incoming_.clear();
+}
+
+void SocketCore::ScheduleDelivery() {
+  if (deliveryScheduled_ || Detached()) return;
+  deliveryScheduled_ = true;
+  QMetaObject::invokeMethod(this, [this] { Deliver(); }, Qt::QueuedConnection);
+}
+
+void SocketCore::Deliver() {
+  deliveryScheduled_ = false;
+  // Each handler may close, reconnect or release this socket: test again before each.
+  if (pendingConnected_ && !Detached()) {
+    pendingConnected_ = false;
+    Dispatch([this] { Event_Connected(); });
+  }
+  if (pendingData_ && !Detached()) {
+    pendingData_ = false;
+    if (!incoming_.isEmpty()) Dispatch([this] { Event_DataAvailable(); });
+  }
+  if (pendingSendComplete_ && BytesLeftToSend() == 0 && state_ == State::Connected && !Detached()) {
+    pendingSendComplete_ = false;
+    Dispatch([this] { Event_SendComplete(false); });
+  }
+  if (pendingError_ && !pendingData_ && !Detached()) {
+    pendingError_ = false;
+    Dispatch([this] { Event_Error(); });
+    if (state_ == State::Closed && !pendingError_) ReleaseOwner();
+  }
+}
+
+}  // namespace velmar

@@ -17,6 +17,7 @@
 #include <QString>
 #include <memory>
 
+class QHostAddress;
 class QSocketNotifier;
 
 namespace velmar {
@@ -102,7 +103,7 @@ protected:
 private:
   enum class State { Idle, Resolving, Connecting, Listening, Connected, Closed };
 
-  void StartConnect(const class QHostAddress& address);
+  void StartConnect(const QHostAddress& address);
   void OnReadable();
   void OnWritable();
   void FinishConnect();
@@ -111,6 +112,7 @@ private:
   void FlushOutgoing();
   void AdoptDescriptor(int fd, State state);
   void CloseDescriptor();
+  bool HasPendingEvents() const;
   void ScheduleDelivery();
   void Deliver();
   void ResetForNewConnection();

@@ -1,6 +1,6 @@
 #pragma once
 // The framework's string functions: positions are 1-based, and every comparison and
-// search ignores letter case.
+// search ignores letter case. Positions and lengths count QString's UTF-16 units.
 #include <QString>
 #include <QStringList>
 
@@ -21,9 +21,11 @@ QString Mid(const QString& text, int start, int count);
 int Len(const QString& text);
 
 // Pieces between delimiters, empty pieces kept; an empty delimiter splits into characters.
+// The empty text is one empty piece.
 QStringList Split(const QString& text, const QString& delimiter);
 // Field n (1-based) of text split at delimiter; empty past the last field.
 QString NthField(const QString& text, const QString& delimiter, int n);
+// The number of pieces Split gives: 1 for the empty text.
 int CountFields(const QString& text, const QString& delimiter);
 
 // First occurrence, or every occurrence, of find replaced (matching ignores case).
@@ -35,11 +37,15 @@ QString Lowercase(const QString& text);
 // Removes leading white space.
 QString LTrim(const QString& text);
 
-// The number at the head of text (sign, digits, one decimal point, exponent), 0 when none.
+// The number at the head of text (blanks, sign, digits, one decimal point, exponent), 0 when
+// none. Decimal only ("&h1F" gives 0).
 double Val(const QString& text);
-// A number in plain decimal form, as the framework writes it.
+// A number in plain decimal form, as the framework writes it: whole numbers in full ("331"),
+// others with up to 7 significant digits ("1.5"), never with an exponent.
 QString Str(double value);
-// Formats a number by a pattern of "0", "#", "." and "," (e.g. "0", "0.0", "#,##0").
+// Formats a number by a pattern of "0", "#", "." and "," (e.g. "0", "0.0", "#,##0"). Rounds the
+// double's exact value to the nearest decimal, an exact tie away from zero (1.05 -> "1.1",
+// 2.5 -> "3"). The point is ".", thousands are grouped with ",", whatever the locale.
 QString Format(double value, const QString& pattern);
 
 }  // namespace velmar

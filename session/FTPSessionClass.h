@@ -8,6 +8,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 
@@ -129,16 +130,18 @@ protected:
   void QuietEnd(const QString& message);
 
   // Prologue of the resident family: the SocketsActive guard, the session type, the
-  // first step run at once through the "NOOP" pseudo-command. Returns false when the
-  // guard failed. `prepare` runs after NT is cleared, before the first step.
-  template <class Prepare>
-  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText, Prepare&& prepare);
-  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText);
+  // first step (run at once and synchronously through the "NOOP" pseudo-command, unless
+  // another first command is given), then Buffer cleared, the timer re-armed and
+  // IgnoreCancel set. Returns false when the guard failed. `prepare` runs after NT is
+  // cleared, before the first step.
+  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
+                     const std::function<void()>& prepare = {}, const char* firstCommand = "NOOP");
 
-  // Prologue of the connecting family: first step shown, both sockets made anew and the
-  // control connection opened. `prepare` runs after IgnoreCancel is cleared.
-  template <class Prepare>
-  void EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText, Prepare&& prepare);
+  // Prologue of the connecting family: first step shown (nothing sent), Buffer cleared,
+  // timer armed, both sockets made anew and the control connection opened. `prepare`
+  // runs after IgnoreCancel is cleared, before the first step.
+  void EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText,
+                       const std::function<void()>& prepare = {});
   // Steps 4 to 6 of the connecting prologue, in two halves so that Logon can set
   // IgnoreCancel between them: new data and command sockets (TLS prepared when FTPS),
   // then Address, Port and Connect.
@@ -160,33 +163,5 @@ protected:
 private:
   void Construct(const QString* id);
 };
-
-template <class Prepare>
-bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
-                                    Prepare&& prepare) {
-  if (!SocketsActive()) return false;
-  FTPSessionType = QString::fromLatin1(sessionType);
-  NT = false;
-  prepare();
-  NextFTPStep(QString::fromLatin1(firstStep), QStringLiteral("NOOP"), QString::fromLatin1(statusText));
-  Buffer.clear();
-  ResetConnectionTimer();
-  IgnoreCancel = true;
-  return true;
-}
-
-template <class Prepare>
-void FTPSessionClass::EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText,
-                                      Prepare&& prepare) {
-  FTPSessionType = QString::fromLatin1(sessionType);
-  NT = false;
-  IgnoreCancel = false;
-  prepare();
-  NextFTPStep(QString::fromLatin1(firstStep), QString(), QString::fromLatin1(statusText));
-  Buffer.clear();
-  ResetConnectionTimer();
-  CreateSockets();
-  ConnectCommandSocket();
-}
 
 }  // namespace velmar

@@ -1,1 +1,168 @@
-// placeholder
+// The rules that every step machine shares, and the logon prefix of the connecting
+// machines. Each machine keeps its own rows, codes and texts; these are the parts that
+// are the same everywhere.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/EventLoop.h"
+#include "platform/Strings.h"
+#include "session/FTPCommandSocket.h"
+#include "session/FTPConnectionTimer.h"
+#include "session/FTPStatusClass.h"
+
+namespace velmar {
+
+// ---- Final-line test ----------------------------------------------------------------
+
+bool FTPSessionClass::FinalLineBlankForm(const QString& line) {
+  return Mid(line, 1, 1) != QStringLiteral(" ") && Mid(line, 4, 1) == QStringLiteral(" ");
+}
+
+bool FTPSessionClass::FinalLineHyphenForm(const QString& line) {
+  return Mid(line, 1, 1) != QStringLiteral(" ") && Mid(line, 4, 1) != QStringLiteral("-");
+}
+
+bool FTPSessionClass::StepIs(const char* step) const { return Same(CurrentFTPStep, QString::fromLatin1(step)); }
+
+bool FTPSessionClass::CodeIn(qint32 code, std::initializer_list<qint32> codes) {
+  for (qint32 accepted : codes)
+    if (code == accepted) return true;
+  return false;
+}
+
+// ---- Endings ----------------------------------------------------------------------
+
+void FTPSessionClass::UnknownStepBranch() {
+  EndFTPSession(QStringLiteral("Unknown error during (") + CurrentFTPStep + QStringLiteral(")."));
+}
+
+void FTPSessionClass::ErrorBranch(const QString& replyLine) {
+  EndFTPSession(QStringLiteral("Error: ") + replyLine + EndOfLine + ServerTextEncoding.Decode(Buffer));
+}
+
+void FTPSessionClass::ErrorBranchCR(const QString& replyLine) {
+  EndFTPSession(QStringLiteral("Error: ") + replyLine + QChar(13) + ServerTextEncoding.Decode(Buffer));
+}
+
+void FTPSessionClass::QuietEnd(const QString& message) {
+  if (ConnectionTimer) ConnectionTimer->SetMode(0);
+  if (FTPStatusInstance) FTPStatusInstance->Successful_FTP(message);
+}
+
+// ---- Entry prologues ----------------------------------------------------------------
+
+bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
+                                    const std::function<void()>& prepare, const char* firstCommand) {
+  if (!SocketsActive()) return false;
+  FTPSessionType = QString::fromLatin1(sessionType);
+  NT = false;
+  if (prepare) prepare();
+  NextFTPStep(QString::fromLatin1(firstStep), QString::fromLatin1(firstCommand), QString::fromLatin1(statusText));
+  Buffer.clear();
+  ResetConnectionTimer();
+  IgnoreCancel = true;
+  return true;
+}
+
+void FTPSessionClass::EnterConnecting(const char* sessionType, const char* firstStep, const char* statusText,
+                                      const std::function<void()>& prepare) {
+  FTPSessionType = QString::fromLatin1(sessionType);
+  NT = false;
+  IgnoreCancel = false;
+  if (prepare) prepare();
+  NextFTPStep(QString::fromLatin1(firstStep), QString(), QString::fromLatin1(statusText));
+  Buffer.clear();
+  ResetConnectionTimer();
+  CreateSockets();
+  ConnectCommandSocket();
+}
+
+void FTPSessionClass::CreateSockets() {
+  DataSocket = MakeEventSource<FTPDataSocket>(this);
+  CommandSocket = MakeEventSource<FTPCommandSocket>(this);
+  if (FTPS) {
+    // Explicit TLS: the connection starts in the clear until the server accepts AUTH TLS.
+    CommandSocket->ConnectionType = 3;
+    CommandSocket->SetSecure(false);
+  }
+}
+
+void FTPSessionClass::ConnectCommandSocket() {
+  CommandSocket->Address = ServerAddress;
+  CommandSocket->Port = CommandPort;
+  CommandSocket->Connect();
+}
+
+// ---- The logon prefix ---------------------------------------------------------------
+
+FTPSessionClass::PrefixOutcome FTPSessionClass::LogonPrefixSteps(const QString& replyLine, qint32 replyCode,
+                                                                 std::initializer_list<qint32> greetingCodes,
+                                                                 std::initializer_list<qint32> userCodes) {
+  if (StepIs("CONNECT")) {
+    if (!CodeIn(replyCode, greetingCodes)) {
+      ErrorBranch(replyLine);
+    } else {
+      if (InStr(replyLine, QStringLiteral("Microsoft")) > 0) NT = true;
+      if (FTPS)
+        NextFTPStep(QStringLiteral("AUTH"), QStringLiteral("AUTH TLS"), QStringLiteral("\"Sending AUTH\""));
+      else
+        NextFTPStep(QStringLiteral("USER"), QStringLiteral("USER ") + ServerUserID, QStringLiteral("Send UserID"));
+    }
+    return PrefixOutcome::Handled;
+  }
+  if (StepIs("AUTH")) {
+    if (replyCode != 234) {
+      ErrorBranchCR(replyLine);
+    } else {
+      SecureCommandConnection();
+      NextFTPStep(QStringLiteral("PBSZ"), QStringLiteral("PBSZ 0"), QStringLiteral("Sending PBSZ"));
+    }
+    return PrefixOutcome::Handled;
+  }
+  if (StepIs("PBSZ")) {
+    if (replyCode != 200)
+      ErrorBranchCR(replyLine);
+    else
+      NextFTPStep(QStringLiteral("PROT"), QStringLiteral("PROT P"), QStringLiteral("Sending PROT"));
+    return PrefixOutcome::Handled;
+  }
+  if (StepIs("PROT")) {
+    if (!CodeIn(replyCode, {200, 534}))
+      ErrorBranchCR(replyLine);
+    else
+      NextFTPStep(QStringLiteral("USER"), QStringLiteral("USER ") + ServerUserID, QStringLiteral("Send UserID"));
+    return PrefixOutcome::Handled;
+  }
+  if (StepIs("USER")) {
+    if (!CodeIn(replyCode, userCodes))
+      ErrorBranch(replyLine);
+    else
+      NextFTPStep(QStringLiteral("PASS"), QStringLiteral("PASS ") + ServerPassword, QStringLiteral("Send Password"));
+    return PrefixOutcome::Handled;
+  }
+  if (StepIs("PASS")) {
+    if (replyCode != 230) {
+      ErrorBranch(replyLine);
+      return PrefixOutcome::Handled;
+    }
+    return PrefixOutcome::LoggedOn;
+  }
+  return PrefixOutcome::NotAPrefixStep;
+}
+
+void FTPSessionClass::SecureCommandConnection() {
+  std::weak_ptr<FTPCommandSocket> watched = CommandSocket;
+  if (auto socket = watched.lock()) socket->SetSecure(true);
+  // The step does not go on before the handshake has finished. The wait sleeps in the
+  // event loop, and gives up once the socket is closed or released.
+  for (;;) {
+    std::shared_ptr<FTPCommandSocket> socket = watched.lock();
+    if (!socket || socket != CommandSocket || socket->SSLConnected() || !socket->IsConnected()) break;
+    socket->Poll();
+    if (socket->SSLConnected() || !socket->IsConnected()) break;
+    socket.reset();
+    WaitForEvents();
+  }
+}
+
+}  // namespace velmar

@@ -1,0 +1,224 @@
+// The socket layer against real loopback peers made with Qt's own sockets.
+#include "platform/SSLSocket.h"
+#include "support/TestEventLoop.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+namespace velmar::test {
+namespace {
+
+// Records its events; optionally reads on data, and runs a hook inside a handler.
+class RecordingSocket : public SSLSocket {
+public:
+  QStringList events;
+  QByteArray received;
+  bool readOnData = true;
+  std::function<void(RecordingSocket&)> onData;
+  std::function<void(RecordingSocket&)> onSendComplete;
+
+  void Event_Connected() override { events << "connected"; }
+  void Event_DataAvailable() override {
+    events << "data";
+    if (readOnData) received += ReadAll();
+    if (onData) onData(*this);
+  }
+  void Event_SendComplete(bool) override {
+    events << "sent";
+    if (onSendComplete) onSendComplete(*this);
+  }
+  void Event_Error() override { events << QString("error %1").arg(LastErrorCode()); }
+};
+
+struct Peer {
+  QTcpServer server;
+  QTcpSocket* accepted = nullptr;
+  Peer() {
+    server.listen(QHostAddress::LocalHost);
+    QObject::connect(&server, &QTcpServer::newConnection, [this] { accepted = server.nextPendingConnection(); });
+  }
+  quint16 Port() const { return server.serverPort(); }
+  bool WaitAccepted() { return RunUntil([&] { return accepted != nullptr; }); }
+};
+
+std::shared_ptr<RecordingSocket> ConnectTo(quint16 port) {
+  auto socket = MakeEventSource<RecordingSocket>();
+  socket->Address = "127.0.0.1";
+  socket->Port = port;
+  socket->Connect();
+  return socket;
+}
+
+void ResetByPeer(QTcpSocket* peer) {
+  const linger hard{1, 0};
+  ::setsockopt(static_cast<int>(peer->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+  peer->close();
+}
+
+TEST(Socket, DeliversDataThenThePeersOrderlyCloseAs102) {
+  Peer peer;
+  auto socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  ASSERT_TRUE(RunUntil([&] { return socket->events.contains("connected"); }));
+  EXPECT_TRUE(socket->IsConnected());
+  EXPECT_EQ(socket->LocalAddress(), "127.0.0.1");
+  peer.accepted->write("last bytes");
+  peer.accepted->flush();
+  peer.accepted->disconnectFromHost();
+  ASSERT_TRUE(RunUntil([&] { return socket->events.contains("error 102"); }));
+  EXPECT_EQ(socket->received, QByteArray("last bytes"));
+  EXPECT_EQ(socket->events.last(), "error 102");
+  EXPECT_EQ(socket->events.indexOf("data"), 1);
+  EXPECT_FALSE(socket->IsConnected());
+}
+
+TEST(Socket, UnreadDataIsStillOfferedBeforeTheClose) {
+  Peer peer;
+  auto socket = ConnectTo(peer.Port());
+  socket->readOnData = false;
+  ASSERT_TRUE(peer.WaitAccepted());
+  peer.accepted->write("unread");
+  peer.accepted->flush();
+  peer.accepted->disconnectFromHost();
+  ASSERT_TRUE(RunUntil([&] { return socket->events.contains("error 102"); }));
+  EXPECT_EQ(socket->ReadAll(), QByteArray("unread"));
+}
+
+TEST(Socket, AResetIsNotAnOrderlyClose) {
+  Peer peer;
+  auto socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  ASSERT_TRUE(RunUntil([&] { return socket->events.contains("connected"); }));
+  ResetByPeer(peer.accepted);
+  ASSERT_TRUE(RunUntil([&] { return socket->events.filter("error").size() == 1; }));
+  EXPECT_EQ(socket->events.last(), "error 106");
+}
+
+TEST(Socket, FailuresToOpenHaveTheirCodes) {
+  quint16 closedPort = 0;
+  {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    closedPort = probe.serverPort();
+  }
+  auto refused = ConnectTo(closedPort);
+  auto badPort = ConnectTo(0);
+  auto unknown = MakeEventSource<RecordingSocket>();
+  unknown->Address = "no-such-host.invalid";
+  unknown->Port = 21;
+  unknown->Connect();
+  EXPECT_TRUE(badPort->events.isEmpty());  // never inside the call that caused it
+  ASSERT_TRUE(RunUntil([&] {
+    return !refused->events.isEmpty() && !badPort->events.isEmpty() && !unknown->events.isEmpty();
+  }, 15000));
+  EXPECT_EQ(refused->events, QStringList{"error 104"});
+  EXPECT_EQ(badPort->events, QStringList{"error 107"});
+  EXPECT_EQ(unknown->events, QStringList{"error 103"});
+}
+
+TEST(Socket, SendCompleteFollowsEachWriteOnceItsBytesAreWithTheSystem) {
+  Peer peer;
+  auto socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  QByteArray big(8 * 1024 * 1024, '\0');
+  for (qsizetype i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 4096);
+  socket->Write(QByteArray());  // an empty write completes too
+  ASSERT_TRUE(RunUntil([&] { return socket->events.count("sent") == 1; }));
+  socket->Write(big);
+  QByteArray atPeer;
+  QObject::connect(peer.accepted, &QTcpSocket::readyRead, [&] { atPeer += peer.accepted->readAll(); });
+  ASSERT_TRUE(RunUntil([&] { return socket->events.count("sent") == 2 && atPeer.size() == big.size(); }, 20000));
+  EXPECT_EQ(socket->BytesLeftToSend(), 0);
+  EXPECT_TRUE(atPeer == big);
+}
+
+TEST(Socket, AnUploadPumpHoldsOneBlockInFlightWithoutRecursion) {
+  Peer peer;
+  auto socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  QByteArray atPeer;
+  QObject::connect(peer.accepted, &QTcpSocket::readyRead, [&] { atPeer += peer.accepted->readAll(); });
+  int blocks = 0;
+  socket->onSendComplete = [&](RecordingSocket& s) {
+    if (blocks == 2000) {
+      s.Close();
+      return;
+    }
+    s.Write(QByteArray(2048, static_cast<char>('a' + blocks % 26)));
+    ++blocks;
+    s.Poll();  // inside the handler: must not deliver the next event recursively
+  };
+  socket->Write(QByteArray());
+  ASSERT_TRUE(RunUntil([&] { return peer.accepted->state() != QAbstractSocket::ConnectedState || atPeer.size() == 2000 * 2048; }, 20000));
+  ASSERT_TRUE(RunUntil([&] { return atPeer.size() == 2000 * 2048; }, 20000));
+  EXPECT_EQ(atPeer.mid(2048 * 27, 1), QByteArray("b"));
+}
+
+TEST(Socket, ListeningAcceptsOneConnectionAndASecondListenIsHarmless) {
+  auto listener = MakeEventSource<RecordingSocket>();
+  QTcpServer probe;
+  probe.listen(QHostAddress::LocalHost);
+  const quint16 port = probe.serverPort();
+  probe.close();
+  listener->Port = port;
+  listener->Listen();
+  listener->Listen();
+  EXPECT_TRUE(listener->IsListening());
+  QTcpSocket client;
+  client.connectToHost(QHostAddress::LocalHost, port);
+  ASSERT_TRUE(RunUntil([&] { return listener->events.contains("connected"); }));
+  EXPECT_TRUE(listener->IsConnected());
+  client.write("hello");
+  ASSERT_TRUE(RunUntil([&] { return listener->received == "hello"; }));
+
+  auto second = MakeEventSource<RecordingSocket>();
+  QTcpServer occupant;
+  occupant.listen(QHostAddress::Any);
+  second->Port = occupant.serverPort();
+  second->Listen();
+  ASSERT_TRUE(RunUntil([&] { return !second->events.isEmpty(); }));
+  EXPECT_EQ(second->events, QStringList{"error 105"});
+}
+
+TEST(Socket, ReleasingASocketInsideItsOwnHandlerIsSafe) {
+  Peer peer;
+  std::shared_ptr<RecordingSocket> socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  bool released = false;
+  socket->onData = [&](RecordingSocket& self) {
+    self.events << "releasing";
+    socket.reset();  // the last reference, from inside the handler
+    released = true;
+  };
+  peer.accepted->write("x");
+  ASSERT_TRUE(RunUntil([&] { return released; }));
+  peer.accepted->write("more");
+  RunFor(50);  // no event may reach the released socket (AddressSanitizer would see it)
+}
+
+TEST(Socket, AnOwnerIsHeldWhileTheConnectionIsOpen) {
+  struct Anchored : RecordingSocket {
+    std::weak_ptr<int> owner;
+    std::shared_ptr<void> Anchor() override { return owner.lock(); }
+  };
+  Peer peer;
+  auto owner = std::make_shared<int>(1);
+  std::weak_ptr<int> watch = owner;
+  auto socket = MakeEventSource<Anchored>();
+  socket->owner = owner;
+  socket->Address = "127.0.0.1";
+  socket->Port = peer.Port();
+  socket->Connect();
+  owner.reset();
+  EXPECT_FALSE(watch.expired());
+  ASSERT_TRUE(peer.WaitAccepted());
+  peer.accepted->disconnectFromHost();
+  ASSERT_TRUE(RunUntil([&] { return watch.expired(); }));
+  EXPECT_EQ(socket->events.last(), "error 102");
+}
+
+}  // namespace
+}  // namespace velmar::test
