@@ -1,10 +1,12 @@
 #pragma once
 // The data connection of a session: moves the bytes of files and listings. It has no
-// machine of its own; each event asks the session for its type and acts on that.
+// machine of its own; each event asks the session for its type and acts on that, so one
+// socket object serves every operation of the session.
 #include "platform/SSLSocket.h"
 
 #include <QByteArray>
 #include <QString>
+#include <initializer_list>
 #include <memory>
 
 namespace velmar {
@@ -18,6 +20,8 @@ public:
   // Fields, in declared order.
   QString FileName;
   bool FileList = false;
+  // Progress counters are 32-bit as declared: past 2 GiB they wrap in reports, while the
+  // bytes moved never depend on them.
   qint32 BytesSent = 0;
   std::shared_ptr<BinaryStream> DataStream;
   qint32 ByteCount = 0;
@@ -29,11 +33,33 @@ public:
   explicit FTPDataSocket(FTPSessionClass* session);
   ~FTPDataSocket() override;
 
+  // Methods, in declared order.
+  void UpdateTransferStatus(qint32 count);
+  void SetFileFolderItem(const std::shared_ptr<FolderItem>& item);
   QString GetFileName() const { return FileName; }
   void SetFileList() { FileList = true; }
+  // Turns a received listing into the session's directory tree.
+  virtual void ParseDirectoryList(const QString& listing);
+  void PutFileName(const QString& name);
+  void SetRestartPosition();
+
+  void Event_DataAvailable() override;
+  void Event_SendComplete(bool userAborted) override;
+  void Event_Error() override;
+  void Event_Connected() override;
 
 protected:
   std::shared_ptr<void> Anchor() override;
+
+private:
+  bool TypeIs(std::initializer_list<const char*> types) const;
+  void End(const QString& text);
+  // Opens the local file to send; false when the session has been ended.
+  bool OpenFileToSend(const QString& path);
+  void SendFirstBlock();
+  // Creates (or truncates) the local file to receive into; false on a nil item.
+  bool CreateFileToReceive(const std::shared_ptr<FolderItem>& item);
+  std::shared_ptr<FolderItem> LocalChild(const QString& name) const;
 };
 
 }  // namespace velmar

@@ -42,6 +42,13 @@ auto& At(List& list, qsizetype index) {
   return list[index];
 }
 
+// The object behind a reference, or the framework's nil-object exception.
+template <class Pointer>
+auto& Deref(const Pointer& pointer, const char* what) {
+  if (!pointer) throw NilObjectException(QStringLiteral("NilObjectException: %1 is nil").arg(QLatin1String(what)));
+  return *pointer;
+}
+
 // The hook that receives exceptions stopped at the event boundary. The default prints to stderr.
 using ExceptionHook = std::function<void(const QString& description)>;
 void SetExceptionHook(ExceptionHook hook);

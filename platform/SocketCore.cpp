@@ -226,6 +226,14 @@ void SocketCore::Close() {
   ReleaseOwner();
 }
 
+void SocketCore::Abort() {
+  if (fd_ >= 0) {
+    const linger hard{1, 0};
+    ::setsockopt(fd_, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+  }
+  Close();
+}
+
 void SocketCore::Detach() {
   Close();
   EventSource::Detach();

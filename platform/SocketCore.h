@@ -52,6 +52,8 @@ public:
   QByteArray ReadAll();
   // Closes the connection (or stops listening). No event follows.
   void Close();
+  // Closes the connection with a reset, so that the peer sees a failure, not an end.
+  void Abort();
   // Does the socket's pending work now (reads what has arrived, sends what is queued,
   // accepts, advances a TLS handshake) and never blocks. Outside a handler of this
   // socket it also delivers the resulting events at once.

@@ -40,6 +40,14 @@ QString LTrim(const QString& text);
 // The number at the head of text (blanks, sign, digits, one decimal point, exponent), 0 when
 // none. Decimal only ("&h1F" gives 0).
 double Val(const QString& text);
+// A number as an int32 the way the framework stores it: the fraction dropped, values out
+// of range clamped (never undefined).
+inline qint32 ToInt32(double value) {
+  if (!(value == value)) return 0;
+  if (value >= 2147483647.0) return 2147483647;
+  if (value <= -2147483648.0) return -2147483647 - 1;
+  return static_cast<qint32>(value);
+}
 // A number in plain decimal form, as the framework writes it: whole numbers in full ("331"),
 // others with up to 7 significant digits ("1.5"), never with an exponent.
 QString Str(double value);

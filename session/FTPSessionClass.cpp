@@ -19,14 +19,6 @@ const QString FTPSessionClass::EndOfLine = QStringLiteral("\n");
 
 namespace {
 
-// A reply code as an int32: values beyond its range are clamped, not undefined.
-qint32 ToInt32(double value) {
-  if (!(value == value)) return 0;
-  if (value >= 2147483647.0) return 2147483647;
-  if (value <= -2147483648.0) return -2147483647 - 1;
-  return static_cast<qint32>(value);
-}
-
 double MicrosecondClock() {
   using namespace std::chrono;
   return static_cast<double>(duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
@@ -241,7 +233,13 @@ struct DispatchRow {
 };
 
 // Session type -> machine, in the order of the tests; the first equal name wins.
+// A row is added here when its machine exists.
 const DispatchRow kDispatchTable[] = {
+    {"PutDir", &FTPSessionClass::ExecutePutDirSteps},
+    {"PutDirImmediate", &FTPSessionClass::ExecutePutDirImmediateSteps},
+    {"PutFile", &FTPSessionClass::ExecutePutFileSteps},
+    {"PutSingleFile", &FTPSessionClass::ExecutePutSingleFileSteps},
+    {"GetSingleFile", &FTPSessionClass::ExecuteGetSingleFileSteps},
     {"Logon", &FTPSessionClass::ExecuteLogonSteps},
     {"Logoff", &FTPSessionClass::ExecuteLogoffSteps},
 };

@@ -88,18 +88,26 @@ public:
   virtual QString GetLocalDirectoryPathName();
   virtual QString GetServerDirectoryPathName();
   virtual QString GetNextFileName();
+  virtual void NextDataPort();
   virtual void SetTimeoutSeconds(qint32 seconds);
   virtual void SetStatusReporting(bool on);
   virtual void SetServerEncoding(const TextEncoding& encoding);
   virtual void SetLocalFolderItem(const std::shared_ptr<FolderItem>& item);
+  virtual void SetDataPortRange(qint32 start, qint32 end);
   virtual void EndFTPSession(const QString& text);
   virtual QString GetCurrentFTPStep();
   virtual QString GetDirFromPath(const QString& path);
+  virtual void GetFiles(const QString& serverPrefix, const QString& localPath);
+  virtual void GetSingleFile();
   virtual void Logoff();
   virtual void Logon();
   virtual void NextFTPStep(const QString& step, const QString& command, const QString& statusText);
   virtual void ParseCommandBuffer();
+  virtual void PutDir();
+  virtual void PutSingleFile();
   virtual void ResetConnectionTimer();
+  virtual void StartPutDir();
+  virtual void StartPutFile();
   virtual QString GetFTPSessionType();
   virtual void ParseCommandBuffer(qint32 code);
   virtual QString GetVelmarVersion();
@@ -108,12 +116,22 @@ public:
   bool SocketsActive();
   bool SuccessfulMessage(const QString& text);
   QString Squeeze(const QString& text, const QString& chars);
+  QString BuildPortString();
+  void CalcSetPassivePort(const QString& line);
+  qint32 CalculatePassivePort(const QString& line);
+  void SetPassivePort(qint32 port);
   qint32 GetFileCount();
+  void DeleteLocalFile(const QString& name);
   qint32 GetCurrentDirectoryIndex();
 
   // The step machines.
   void ExecuteLogonSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteLogoffSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecutePutFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecutePutDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecutePutDirImmediateSteps(const QString& replyLine, qint32 replyCode);
 
   // The platform's line end, used by the error branch.
   static const QString EndOfLine;
@@ -156,6 +174,37 @@ protected:
                                  std::initializer_list<qint32> userCodes);
   // Turns the command socket to TLS and waits, in the event loop, for the handshake.
   void SecureCommandConnection();
+
+  // The data-connection sub-sequence. A set names the steps and texts of one use of it
+  // (the first set; the next and subdirectory sets of the tree walks).
+  struct DataModeSet {
+    const char* passiveStep;
+    const char* activeStep;
+    const char* portStep;
+    const char* passiveStatus;
+    const char* activeStatus;
+    const char* portStatus;  // followed by DataPort
+  };
+  static const DataModeSet FirstSet;
+  static const DataModeSet NextSet;
+  static const DataModeSet SubdirectorySet;
+  // When a machine listens in active mode: right after sending PORT, on its 200, or never
+  // (then only the data socket's port is set).
+  enum class ListenKind { Early, Late, Never };
+  enum class DataLeg { NotASubStep, Handled, PassiveReady, PortAccepted };
+  // At the machine's entry step: "PASV", or the pseudo-command into the active leg.
+  void ChooseDataMode(const DataModeSet& set);
+  // The sub-sequence's own steps. Handled: the step sent its command or took the error
+  // branch. PassiveReady: 227 arrived; the machine connects in its own way and resumes.
+  // PortAccepted: 200 arrived on PORT, the listen of `listen` is done; the machine resumes.
+  DataLeg DataConnectionSteps(const QString& replyLine, qint32 replyCode, const DataModeSet& set,
+                              ListenKind listen);
+
+  // The transfer loop that both recursive upload machines share; `resident` picks the
+  // ending (quiet for PutDir, QUIT for StartPutDir).
+  void PutDirLoopSteps(const QString& replyLine, qint32 replyCode, bool resident);
+  // The entry of the upload script at hand.
+  QString CurrentPutDirEntry();
 
   // Writes a command line on the control connection in the server's encoding.
   void WriteCommand(const QString& command);

@@ -20,7 +20,9 @@ public:
   quint16 Port() const;
   QString User() const;
   QString Password() const;
-  // Local path of the user's home folder on the server, ending without "/".
+  // Local path of the user's home folder on the server, ending without "/". For vsftpd it
+  // is owned by the server's system user: a folder a test makes in it as root is not
+  // writable over FTP unless the test hands it to User().
   QString Root() const;
 
 private:

@@ -9,6 +9,14 @@
 // actions in order. Actions may wait (a delay, the data connection to open, the client to
 // close the data connection), so replies can be split across reads, delayed, or ordered
 // against the data connection's close.
+//
+// Bytes and text: a received command line becomes a QString one character per byte (ISO
+// Latin 1), and Line() sends its text as Latin 1, so a test sees and sends exact bytes. To
+// expect UTF-8 from the client, write Expect(QString::fromLatin1(QString("STOR \u00fc").toUtf8())),
+// and send UTF-8 with Raw(). A new connection while the script waits for a command is taken
+// as it comes (the script goes on); an OnConnect step later in the script waits for a
+// reconnect. A script error (mismatch, ConnectActive without PORT, data action without a data
+// connection) stops the script and is listed in Mismatches().
 #include <QByteArray>
 #include <QHostAddress>
 #include <QList>

@@ -1,0 +1,108 @@
+// How a machine agrees on a data connection: the port helpers, and the sub-sequence of
+// steps (passive leg, active leg) that each machine runs under its own step names.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+#include "platform/Strings.h"
+#include "session/FTPCommandSocket.h"
+
+#include <QRandomGenerator>
+
+namespace velmar {
+
+const FTPSessionClass::DataModeSet FTPSessionClass::FirstSet = {
+    "PASV", "NOTPASV", "PORT", "Passive Mode", "", "Set data port to: "};
+const FTPSessionClass::DataModeSet FTPSessionClass::NextSet = {
+    "NEXTPASV", "NEXTNOTPASV", "NEXTPORT", "Passive Mode", "Active Mode", "Set data port to: "};
+const FTPSessionClass::DataModeSet FTPSessionClass::SubdirectorySet = {
+    "NEXTSUBPASV",
+    "NEXTSUBNOTPASV",
+    "NEXTSUBPORT",
+    "Handle Subdirectory Passive Mode",
+    "Handle Subdirectory Active Mode",
+    "Handle Subdirectory Set data port to: "};
+
+// ---- Ports ------------------------------------------------------------------------
+
+void FTPSessionClass::SetDataPortRange(qint32 start, qint32 end) {
+  DataPortStart = start;
+  DataPortEnd = end;
+  // Nothing is checked: a reversed range draws between the two all the same.
+  DataPort = DataPortStart +
+             static_cast<qint32>(QRandomGenerator::global()->generateDouble() * (qint64(DataPortEnd) - DataPortStart));
+}
+
+void FTPSessionClass::NextDataPort() {
+  DataPort += 1;
+  if (DataPort > DataPortEnd) DataPort = DataPortStart;
+}
+
+QString FTPSessionClass::BuildPortString() {
+  const QString local = CommandSocket ? CommandSocket->LocalAddress() : QString();
+  return ReplaceAll(local, QStringLiteral("."), QStringLiteral(",")) + QStringLiteral(",") +
+         QString::number(DataPort / 256) + QStringLiteral(",") + QString::number(DataPort % 256);
+}
+
+qint32 FTPSessionClass::CalculatePassivePort(const QString& line) {
+  // The four address fields are never read: the data connection goes to the host of the
+  // control connection.
+  const QString inParentheses = NthField(NthField(line, QStringLiteral("("), 2), QStringLiteral(")"), 1);
+  const qint64 p1 = ToInt32(Val(NthField(inParentheses, QStringLiteral(","), 5)));
+  const qint64 p2 = ToInt32(Val(NthField(inParentheses, QStringLiteral(","), 6)));
+  return static_cast<qint32>(static_cast<quint32>(p1 * 256 + p2));
+}
+
+void FTPSessionClass::CalcSetPassivePort(const QString& line) { SetPassivePort(CalculatePassivePort(line)); }
+
+void FTPSessionClass::SetPassivePort(qint32 port) {
+  FTPDataSocket& data = Deref(DataSocket, "DataSocket");
+  data.Port = port;
+  data.Address = Deref(CommandSocket, "CommandSocket").Address;
+  data.Connect();
+}
+
+// ---- The sub-sequence -------------------------------------------------------------
+
+void FTPSessionClass::ChooseDataMode(const DataModeSet& set) {
+  if (PassiveMode)
+    NextFTPStep(QString::fromLatin1(set.passiveStep), QStringLiteral("PASV"), QString::fromLatin1(set.passiveStatus));
+  else
+    NextFTPStep(QString::fromLatin1(set.activeStep), QStringLiteral("NOOP"), QString::fromLatin1(set.activeStatus));
+}
+
+FTPSessionClass::DataLeg FTPSessionClass::DataConnectionSteps(const QString& replyLine, qint32 replyCode,
+                                                              const DataModeSet& set, ListenKind listen) {
+  if (StepIs(set.passiveStep)) {
+    if (replyCode != 227) {
+      ErrorBranch(replyLine);
+      return DataLeg::Handled;
+    }
+    return DataLeg::PassiveReady;
+  }
+  if (StepIs(set.activeStep)) {
+    if (replyCode != 200) {
+      ErrorBranch(replyLine);
+      return DataLeg::Handled;
+    }
+    NextFTPStep(QString::fromLatin1(set.portStep), QStringLiteral("PORT ") + BuildPortString(),
+                QString::fromLatin1(set.portStatus) + QString::number(DataPort));
+    if (listen == ListenKind::Early) {
+      Deref(DataSocket, "DataSocket").Port = DataPort;
+      DataSocket->Listen();
+    }
+    return DataLeg::Handled;
+  }
+  if (StepIs(set.portStep)) {
+    if (replyCode != 200) {
+      ErrorBranch(replyLine);
+      return DataLeg::Handled;
+    }
+    if (listen != ListenKind::Early) Deref(DataSocket, "DataSocket").Port = DataPort;
+    if (listen == ListenKind::Late) DataSocket->Listen();
+    return DataLeg::PortAccepted;
+  }
+  return DataLeg::NotASubStep;
+}
+
+}  // namespace velmar

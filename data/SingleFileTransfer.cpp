@@ -1,0 +1,117 @@
+// GetSingleFile and PutSingleFile: one file on a logged-on session. The two are not
+// mirror images: their orders, final-line tests and endings differ on purpose.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+#include "platform/FolderItem.h"
+#include "session/FTPStatusClass.h"
+
+namespace velmar {
+
+void FTPSessionClass::GetSingleFile() {
+  EnterResident("GetSingleFile", "START", "Send Get Single File Command");
+}
+
+void FTPSessionClass::PutSingleFile() {
+  EnterResident("PutSingleFile", "START", "Send Put Single File Command");
+}
+
+void FTPSessionClass::DeleteLocalFile(const QString& name) {
+  // Silent whatever happens: a download starts on a clean slate if it can.
+  const std::shared_ptr<FolderItem> child = Deref(GetFolderItem(GetLocalDirectoryPathName()), "local folder").Child(name);
+  if (child && child->Exists()) child->Delete();
+}
+
+// Data connection first, then TYPE, then the transfer.
+void FTPSessionClass::ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineBlankForm(replyLine)) return;
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+    return;
+  }
+  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
+    case DataLeg::PassiveReady:
+      CalcSetPassivePort(replyLine);
+      [[fallthrough]];
+    case DataLeg::PortAccepted:
+      NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
+      return;
+    case DataLeg::Handled:
+      return;
+    case DataLeg::NotASubStep:
+      break;
+  }
+  if (StepIs("TYPE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    NextFTPStep("GETFILE", "NOOP", "Get file ");
+  } else if (StepIs("GETFILE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    const QString name = GetNextFileName();
+    // Created and opened first, then any file of that name deleted: the file layer keeps
+    // the one being written.
+    Deref(DataSocket, "DataSocket").PutFileName(name);
+    DeleteLocalFile(name);
+    NextFTPStep("RETR", "RETR " + name, "Get file ");
+  } else if (StepIs("RETR")) {
+    if (CodeIn(replyCode, {150, 125}))
+      Deref(DataSocket, "DataSocket").Poll();
+    else if (replyCode == 226)
+      NextFTPStep("FILEEND", "NOOP", "Get file ");
+    else
+      ErrorBranch(replyLine);
+  } else if (StepIs("FILEEND")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    // "226" and the data connection's close come in either order: until the close has
+    // emptied FileData, ask the server with real NOOPs.
+    if (Deref(DataSocket, "DataSocket").FileData.isEmpty())
+      Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
+    else
+      NextFTPStep("FILEEND", "FORCENOOP", "Get file ");
+  } else {
+    UnknownStepBranch();
+  }
+}
+
+// TYPE first, then the data connection, then the transfer.
+void FTPSessionClass::ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineHyphenForm(replyLine)) return;
+  if (StepIs("START")) {
+    NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
+    return;
+  }
+  if (StepIs("TYPE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    ChooseDataMode(FirstSet);
+    return;
+  }
+  // In active mode nothing listens: the announced port is only stored.
+  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never)) {
+    case DataLeg::PassiveReady:
+    case DataLeg::PortAccepted: {
+      const bool passive = StepIs(FirstSet.passiveStep);
+      const QString name = GetNextFileName();
+      // The name goes to the data socket before the connect: its connected event opens it.
+      Deref(DataSocket, "DataSocket").PutFileName(name);
+      if (passive) CalcSetPassivePort(replyLine);
+      NextFTPStep("STOR", "STOR " + name, "Send file " + name);
+      return;
+    }
+    case DataLeg::Handled:
+      return;
+    case DataLeg::NotASubStep:
+      break;
+  }
+  if (StepIs("STOR")) {
+    if (CodeIn(replyCode, {150, 125}))
+      Deref(DataSocket, "DataSocket").Poll();
+    else if (CodeIn(replyCode, {226, 250}))
+      QuietEnd("File Transfer Complete.");
+    else
+      ErrorBranch(replyLine);
+  } else {
+    UnknownStepBranch();
+  }
+}
+
+}  // namespace velmar

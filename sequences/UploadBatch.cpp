@@ -1,0 +1,84 @@
+// StartPutFile: its own connection and logon, every name of Files into one server
+// directory, then QUIT.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+#include "session/FTPCommandSocket.h"
+
+namespace velmar {
+
+void FTPSessionClass::StartPutFile() {
+  EnterConnecting("PutFile", "CONNECT", "Start Put File Sequence", [this] { Paths.clear(); });
+}
+
+void FTPSessionClass::ExecutePutFileSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineHyphenForm(replyLine)) return;
+  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
+    case PrefixOutcome::LoggedOn:
+      if (ServerDirectory.isEmpty())
+        NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
+      else
+        NextFTPStep("CWD", "CWD " + ServerDirectory, "Change directory to: " + ServerDirectory);
+      return;
+    case PrefixOutcome::Handled:
+      return;
+    case PrefixOutcome::NotAPrefixStep:
+      break;
+  }
+  if (StepIs("CWD")) {
+    if (replyCode != 250) return ErrorBranch(replyLine);
+    NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
+    return;
+  }
+  if (StepIs("TYPE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    NextFTPStep("LOOP", "NOOP", QString());
+    return;
+  }
+  if (StepIs("LOOP")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    ChooseDataMode(FirstSet);
+    return;
+  }
+  // In active mode nothing listens: the announced port is only stored.
+  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never)) {
+    case DataLeg::PassiveReady:
+    case DataLeg::PortAccepted: {
+      const bool passive = StepIs(FirstSet.passiveStep);
+      const QString name = GetNextFileName();
+      Deref(DataSocket, "DataSocket").PutFileName(name);
+      if (passive) CalcSetPassivePort(replyLine);
+      NextFTPStep("STOR", "STOR " + name, "Send file " + name);
+      return;
+    }
+    case DataLeg::Handled:
+      return;
+    case DataLeg::NotASubStep:
+      break;
+  }
+  if (StepIs("STOR")) {
+    if (CodeIn(replyCode, {150, 125})) {
+      Deref(DataSocket, "DataSocket").Poll();
+    } else if (CodeIn(replyCode, {226, 250})) {
+      if (GetFileCount() < 0) {
+        NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
+      } else {
+        if (!PassiveMode) NextDataPort();
+        // Back through TYPE without sending it again: the type is set once per session.
+        NextFTPStep("TYPE", "NOOP", QString());
+      }
+    } else {
+      ErrorBranch(replyLine);
+    }
+    return;
+  }
+  if (StepIs("QUIT")) {
+    if (CommandSocket) Buffer += CommandSocket->ReadAll();
+    EndFTPSession("File Transfer Complete.");
+    return;
+  }
+  UnknownStepBranch();
+}
+
+}  // namespace velmar

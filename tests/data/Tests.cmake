@@ -1,0 +1,1 @@
+velmar_add_test(data_single_file_scripted_test data/SingleFileScriptedTest.cpp)

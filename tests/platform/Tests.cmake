@@ -1,0 +1,5 @@
+# Platform layer: string functions, text encodings, text streams, files and folders.
+velmar_add_test(platform_strings_test platform/StringsTest.cpp)
+velmar_add_test(platform_textencoding_test platform/TextEncodingTest.cpp)
+velmar_add_test(platform_textstreams_test platform/TextStreamsTest.cpp)
+velmar_add_test(platform_files_test platform/FilesTest.cpp)

@@ -1,0 +1,2 @@
+velmar_add_test(sequences_upload_scripted_test sequences/UploadScriptedTest.cpp)
+velmar_add_test(sequences_transfer_real_test sequences/TransferRealServerTest.cpp)

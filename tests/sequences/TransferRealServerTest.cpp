@@ -1,0 +1,260 @@
+// Uploads and downloads against real servers on loopback, compared byte for byte.
+#include "data/FTPDataSocket.h"
+#include "platform/FolderItem.h"
+#include "session/FTPCommandSocket.h"
+#include "session/FTPSessionClass.h"
+#include "support/RealFtpServer.h"
+#include "support/RecordingStatus.h"
+#include "support/TestEventLoop.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace velmar::test {
+namespace {
+
+QStringList Ends(const QStringList& log) { return RecordingStatus::Only(log, {"success", "error"}); }
+
+QByteArray RandomBytes(qsizetype size, quint32 seed) {
+  QRandomGenerator generator(seed);
+  QByteArray bytes(size, Qt::Uninitialized);
+  for (qsizetype i = 0; i < size; ++i) bytes[i] = static_cast<char>(generator.generate() & 0xff);
+  return bytes;
+}
+
+void WriteFile(const QString& path, const QByteArray& bytes) {
+  QDir().mkpath(QFileInfo(path).path());
+  QFile file(path);
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+  file.write(bytes);
+}
+
+// Relative path -> content of every file below root, and "dir/" entries for folders.
+QMap<QString, QByteArray> Snapshot(const QString& root) {
+  QMap<QString, QByteArray> entries;
+  QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
+  while (it.hasNext()) {
+    const QString path = it.next();
+    const QString relative = QDir(root).relativeFilePath(path);
+    if (it.fileInfo().isDir()) {
+      entries.insert(relative + "/", QByteArray());
+    } else {
+      QFile file(path);
+      entries.insert(relative, file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>"));
+    }
+  }
+  return entries;
+}
+
+// Names of the entries that differ between two snapshots, for failure messages.
+std::string Difference(const QMap<QString, QByteArray>& actual, const QMap<QString, QByteArray>& expected) {
+  QStringList lines;
+  for (auto it = expected.begin(); it != expected.end(); ++it) {
+    if (!actual.contains(it.key()))
+      lines << "missing: " + it.key();
+    else if (actual.value(it.key()) != it.value())
+      lines << QString("differs: %1 (%2 bytes, expected %3)").arg(it.key()).arg(actual.value(it.key()).size()).arg(it.value().size());
+  }
+  for (auto it = actual.begin(); it != actual.end(); ++it)
+    if (!expected.contains(it.key())) lines << "unexpected: " + it.key();
+  return lines.join('\n').toStdString();
+}
+
+enum class Mode { Passive, Active };
+
+struct Case {
+  RealFtpServer::Kind server;
+  Mode mode;
+};
+
+std::string CaseName(const ::testing::TestParamInfo<Case>& info) {
+  std::string name = info.param.server == RealFtpServer::Kind::Vsftpd ? "vsftpd" : "pyftpdlib";
+  return name + (info.param.mode == Mode::Passive ? "_passive" : "_active");
+}
+
+class RealTransfer : public ::testing::TestWithParam<Case> {
+protected:
+  void SetUp() override {
+    server = std::make_unique<RealFtpServer>(GetParam().server);
+    if (!server->Started()) GTEST_SKIP() << server->SkipReason().toStdString();
+    ASSERT_TRUE(local.isValid());
+  }
+  std::shared_ptr<FTPSessionClass> NewSession() {
+    auto session = std::make_shared<FTPSessionClass>();
+    log = RecordingStatus::Attach(*session);
+    session->SetLoginInfo("127.0.0.1", server->User(), server->Password());
+    session->CommandPort = server->Port();
+    session->SetServerEncoding(TextEncoding::UTF8());  // names with non-ASCII letters
+    session->PassiveMode = GetParam().mode == Mode::Passive;
+    session->SetDataPortRange(32401, 32700);
+    return session;
+  }
+  bool WaitForEnds(int count, int timeoutMs = 60000) {
+    return RunUntil([&] { return Ends(*log).size() >= count; }, timeoutMs);
+  }
+
+  std::unique_ptr<RealFtpServer> server;
+  QTemporaryDir local;
+  std::shared_ptr<QStringList> log;
+};
+
+TEST_P(RealTransfer, TreeUploadRebuildsTheFolderOnTheServer) {
+  const QString top = local.filePath("top dir");
+  WriteFile(top + "/a file.txt", RandomBytes(1024 * 1024 + 7, 1));
+  WriteFile(top + "/sub/\u00fcn\u00efcode \u00e9.bin", RandomBytes(300000, 2));
+  WriteFile(top + "/sub/deeper/x", "x");
+  WriteFile(top + "/sub/empty.txt", "");
+  QDir().mkpath(top + "/empty folder");
+  auto session = NewSession();
+  session->SetLocalFolderItem(GetFolderItem(top + "/"));
+  session->SetServerDirectoryPathName("/top dir");
+  session->StartPutDir();
+  ASSERT_TRUE(WaitForEnds(1));
+  if (GetParam().mode == Mode::Active && GetParam().server != RealFtpServer::Kind::Vsftpd) {
+    // The tree upload listens only once PORT is accepted; a server that connects before
+    // it accepts PORT finds nobody listening, and the walk ends with its refusal.
+    EXPECT_TRUE(Ends(*log).first().startsWith("error\tError: 425")) << Ends(*log).first().toStdString();
+    return;
+  }
+  ASSERT_EQ(Ends(*log), QStringList{"success\tDirectory Transfer Complete."}) << log->join('\n').toStdString();
+
+  QMap<QString, QByteArray> expected = Snapshot(top);
+  expected.remove("sub/empty.txt");  // empty files never reach the server
+  const auto onServer = Snapshot(server->Root() + "/top dir");
+  EXPECT_TRUE(onServer == expected) << Difference(onServer, expected);
+}
+
+TEST_P(RealTransfer, FilesGoUpAndComeBackUnchanged) {
+  const QByteArray first = RandomBytes(777777, 3);
+  const QByteArray second = RandomBytes(2048 * 3, 4);  // a multiple of the block size
+  WriteFile(local.filePath("first file.bin"), first);
+  WriteFile(local.filePath("second.bin"), second);
+
+  auto session = NewSession();
+  session->SetLocalDirectoryPathName(local.path() + "/");
+  session->AddFileName("first file.bin");
+  session->AddFileName("second.bin");
+  session->StartPutFile();
+  ASSERT_TRUE(WaitForEnds(1));
+  if (GetParam().mode == Mode::Active) {
+    // In active mode the upload batch announces a port that nobody listens on: the
+    // server cannot connect, and the batch ends with its refusal.
+    EXPECT_TRUE(Ends(*log).first().startsWith("error\tError: 425")) << Ends(*log).first().toStdString();
+    return;
+  }
+  ASSERT_EQ(Ends(*log), QStringList{"success\tFile Transfer Complete."}) << log->join('\n').toStdString();
+  EXPECT_TRUE(Snapshot(server->Root()) == (QMap<QString, QByteArray>{{"first file.bin", first}, {"second.bin", second}}));
+
+  // Down again into another folder, on one logged-on session.
+  QTemporaryDir back;
+  auto downloader = NewSession();
+  downloader->SetLocalDirectoryPathName(back.path() + "/");
+  downloader->Logon();
+  ASSERT_TRUE(WaitForEnds(1));
+  ASSERT_EQ(Ends(*log), QStringList{"success\tLogon Complete."});
+  downloader->AddFileName("first file.bin");
+  downloader->GetSingleFile();
+  ASSERT_TRUE(WaitForEnds(2));
+  downloader->AddFileName("second.bin");
+  downloader->GetSingleFile();
+  ASSERT_TRUE(WaitForEnds(3));
+  EXPECT_EQ(Ends(*log).mid(1), (QStringList{"success\tFile Transfer Complete.", "success\tFile Transfer Complete."}));
+  EXPECT_TRUE(Snapshot(back.path()) == Snapshot(server->Root()));
+}
+
+TEST_P(RealTransfer, SingleUploadOnALoggedOnSession) {
+  if (GetParam().mode == Mode::Active) GTEST_SKIP() << "PutSingleFile never listens in active mode";
+  const QByteArray content = RandomBytes(123457, 5);
+  WriteFile(local.filePath("single.bin"), content);
+  auto session = NewSession();
+  session->SetLocalDirectoryPathName(local.path() + "/");
+  session->Logon();
+  ASSERT_TRUE(WaitForEnds(1));
+  session->SendBufferSize = 65536;
+  session->AddFileName("single.bin");
+  session->PutSingleFile();
+  ASSERT_TRUE(WaitForEnds(2));
+  EXPECT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
+  EXPECT_TRUE(Snapshot(server->Root()) == (QMap<QString, QByteArray>{{"single.bin", content}}));
+  // The session stays usable for the next operation.
+  session->Logoff();
+  ASSERT_TRUE(WaitForEnds(3));
+  EXPECT_EQ(Ends(*log).last(), "success\tLogoff Complete.");
+}
+
+TEST_P(RealTransfer, DownloadOfAMissingFileIsRefused) {
+  auto session = NewSession();
+  session->SetLocalDirectoryPathName(local.path() + "/");
+  session->Logon();
+  ASSERT_TRUE(WaitForEnds(1));
+  session->AddFileName("not-there.bin");
+  session->GetSingleFile();
+  ASSERT_TRUE(WaitForEnds(2));
+  EXPECT_TRUE(Ends(*log).last().startsWith("error\tError: 550")) << Ends(*log).last().toStdString();
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, RealTransfer,
+                         ::testing::Values(Case{RealFtpServer::Kind::Pyftpdlib, Mode::Passive},
+                                           Case{RealFtpServer::Kind::Pyftpdlib, Mode::Active},
+                                           Case{RealFtpServer::Kind::Vsftpd, Mode::Passive},
+                                           Case{RealFtpServer::Kind::Vsftpd, Mode::Active}),
+                         CaseName);
+
+// A file past 2 GiB: the 32-bit progress counters wrap, the bytes must not.
+TEST(LargeTransfer, MoreThanTwoGibibytesGoUpAndDownExactly) {
+  RealFtpServer server(RealFtpServer::Kind::Vsftpd);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  QTemporaryDir local;
+  const qint64 size = (qint64(2) << 30) + 2 * 1024 * 1024 + 12345;
+  {
+    // Sparse, with distinct bytes at the start, across 2^31 and at the end.
+    QFile file(local.filePath("big.bin"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(file.resize(size));
+    for (qint64 at : {qint64(0), (qint64(1) << 31) - 4096, size - 65536}) {
+      file.seek(at);
+      file.write(RandomBytes(65536, static_cast<quint32>(at)));
+    }
+  }
+  auto hashOf = [](const QString& path) {
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+  };
+  const QByteArray localHash = hashOf(local.filePath("big.bin"));
+
+  auto session = std::make_shared<FTPSessionClass>();
+  auto log = RecordingStatus::Attach(*session);
+  session->SetLoginInfo("127.0.0.1", server.User(), server.Password());
+  session->CommandPort = server.Port();
+  session->SetLocalDirectoryPathName(local.path() + "/");
+  session->SendBufferSize = 1 << 20;
+  session->Logon();
+  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 1; }));
+  session->AddFileName("big.bin");
+  session->PutSingleFile();
+  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 2; }, 300000));
+  ASSERT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
+  EXPECT_EQ(QFileInfo(server.Root() + "/big.bin").size(), size);
+  EXPECT_EQ(hashOf(server.Root() + "/big.bin"), localHash);
+  // The last progress report is the size cut to 32 bits.
+  EXPECT_EQ(RecordingStatus::Only(*log, {"progress"}).last(),
+            QString("progress\t%1").arg(static_cast<qint32>(static_cast<quint32>(size))));
+
+  QFile::remove(local.filePath("big.bin"));
+  session->AddFileName("big.bin");
+  session->GetSingleFile();
+  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 3; }, 300000));
+  ASSERT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
+  EXPECT_EQ(QFileInfo(local.filePath("big.bin")).size(), size);
+  EXPECT_EQ(hashOf(local.filePath("big.bin")), localHash);
+}
+
+}  // namespace
+}  // namespace velmar::test

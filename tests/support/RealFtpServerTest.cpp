@@ -1,0 +1,209 @@
+// Checks the launchers of real servers with a raw FTP conversation over Qt sockets: each server
+// comes up, knows the user and password it was given, serves the folder Root() names, stores
+// uploads there, and goes away with its process (and, for vsftpd, its system account).
+#include "support/RealFtpServer.h"
+#include "support/TestEventLoop.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSslSocket>
+#include <QTcpSocket>
+#include <gtest/gtest.h>
+
+#include <pwd.h>
+
+namespace velmar::test {
+namespace {
+
+// A minimal FTP conversation: send a command, wait for its final reply line.
+class RawFtp {
+public:
+  explicit RawFtp(quint16 port) {
+    QObject::connect(&socket_, &QTcpSocket::readyRead, [this] { buffer_ += socket_.readAll(); });
+    socket_.connectToHost(QHostAddress::LocalHost, port);
+  }
+  ~RawFtp() { QObject::disconnect(&socket_, nullptr, nullptr, nullptr); }
+
+  // The final line of the next reply ("230 Login successful."), or "" after 10 s.
+  QString Reply() {
+    static const QRegularExpression finalLine(QStringLiteral("^\\d{3} "));
+    QString line;
+    RunUntil(
+        [&] {
+          for (qsizetype end; (end = buffer_.indexOf("\r\n")) >= 0;) {
+            const QString text = QString::fromLatin1(buffer_.left(end));
+            buffer_.remove(0, end + 2);
+            if (finalLine.match(text).hasMatch()) {
+              line = text;
+              return true;
+            }
+          }
+          return false;
+        },
+        10000);
+    return line;
+  }
+  QString Command(const QString& command) {
+    socket_.write(command.toLatin1() + "\r\n");
+    socket_.flush();
+    return Reply();
+  }
+  bool Login(const QString& user, const QString& password) {
+    return Command("USER " + user).startsWith("331") && Command("PASS " + password).startsWith("230");
+  }
+
+  // Uploads bytes over a passive data connection; returns the final reply of the transfer.
+  QString Store(const QString& name, const QByteArray& bytes) {
+    const QString pasv = Command(QStringLiteral("PASV"));
+    static const QRegularExpression numbers(QStringLiteral(R"(\((\d+),(\d+),(\d+),(\d+),(\d+),(\d+)\))"));
+    const QRegularExpressionMatch match = numbers.match(pasv);
+    if (!pasv.startsWith("227") || !match.hasMatch()) return QStringLiteral("bad PASV reply: ") + pasv;
+    QTcpSocket data;
+    data.connectToHost(QHostAddress::LocalHost,
+                       static_cast<quint16>(match.captured(5).toInt() * 256 + match.captured(6).toInt()));
+    if (!RunUntil([&] { return data.state() == QAbstractSocket::ConnectedState; }, 10000))
+      return QStringLiteral("no data connection");
+    const QString preliminary = Command("STOR " + name);
+    if (!preliminary.startsWith("150") && !preliminary.startsWith("125")) return preliminary;
+    data.write(bytes);
+    data.disconnectFromHost();
+    RunUntil([&] { return data.state() == QAbstractSocket::UnconnectedState; }, 10000);
+    return Reply();
+  }
+
+  QTcpSocket& Socket() { return socket_; }
+
+private:
+  QTcpSocket socket_;
+  QByteArray buffer_;
+};
+
+using Kind = RealFtpServer::Kind;
+
+// The same checks for every kind of server; a server that cannot run here skips them.
+void AcceptsItsUserAndRefusesAWrongPassword(Kind kind) {
+  RealFtpServer server(kind);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  ASSERT_NE(server.Port(), 0);
+  ASSERT_FALSE(server.User().isEmpty());
+  ASSERT_GE(server.Password().size(), 8);
+
+  RawFtp wrong(server.Port());
+  ASSERT_TRUE(wrong.Reply().startsWith("220"));
+  EXPECT_TRUE(wrong.Command("USER " + server.User()).startsWith("331"));
+  EXPECT_TRUE(wrong.Command("PASS " + server.Password() + "x").startsWith("530"));
+
+  RawFtp ftp(server.Port());
+  ASSERT_TRUE(ftp.Reply().startsWith("220"));
+  EXPECT_TRUE(ftp.Login(server.User(), server.Password()));
+  EXPECT_TRUE(ftp.Command("QUIT").startsWith("221"));
+}
+
+void ServesRootAndStoresUploadsThere(Kind kind) {
+  RealFtpServer server(kind);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  ASSERT_FALSE(server.Root().endsWith('/'));
+  QFile file(server.Root() + "/seven.txt");
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+  file.write("1234567");
+  file.close();
+
+  RawFtp ftp(server.Port());
+  ASSERT_TRUE(ftp.Reply().startsWith("220"));
+  ASSERT_TRUE(ftp.Login(server.User(), server.Password()));
+  EXPECT_TRUE(ftp.Command("TYPE I").startsWith("200"));
+  EXPECT_EQ(ftp.Command("SIZE seven.txt").left(5), "213 7");
+
+  QByteArray payload;
+  for (int i = 0; i < 100000; ++i) payload += char(i % 251);
+  EXPECT_TRUE(ftp.Store("upload.bin", payload).startsWith("226"));
+  QFile stored(server.Root() + "/upload.bin");
+  ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
+  EXPECT_EQ(stored.readAll(), payload);
+}
+
+void StopsWithItsDestructor(Kind kind) {
+  quint16 port = 0;
+  QString root;
+  {
+    RealFtpServer server(kind);
+    if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+    port = server.Port();
+    root = server.Root();
+    ASSERT_TRUE(QDir(root).exists());
+  }
+  QTcpSocket probe;
+  QAbstractSocket::SocketError error = QAbstractSocket::UnknownSocketError;
+  QObject::connect(&probe, &QTcpSocket::errorOccurred, [&](QAbstractSocket::SocketError e) { error = e; });
+  probe.connectToHost(QHostAddress::LocalHost, port);
+  ASSERT_TRUE(RunUntil([&] { return error != QAbstractSocket::UnknownSocketError || probe.state() == QAbstractSocket::ConnectedState; }, 5000));
+  EXPECT_EQ(error, QAbstractSocket::ConnectionRefusedError);
+  EXPECT_FALSE(QDir(root).exists());
+}
+
+TEST(RealFtpServerPyftpdlib, AcceptsItsUserAndRefusesAWrongPassword) { AcceptsItsUserAndRefusesAWrongPassword(Kind::Pyftpdlib); }
+TEST(RealFtpServerPyftpdlib, ServesRootAndStoresUploadsThere) { ServesRootAndStoresUploadsThere(Kind::Pyftpdlib); }
+TEST(RealFtpServerPyftpdlib, StopsWithItsDestructor) { StopsWithItsDestructor(Kind::Pyftpdlib); }
+
+TEST(RealFtpServerTLS, AcceptsItsUserAndRefusesAWrongPassword) { AcceptsItsUserAndRefusesAWrongPassword(Kind::PyftpdlibTLS); }
+TEST(RealFtpServerTLS, ServesRootAndStoresUploadsThere) { ServesRootAndStoresUploadsThere(Kind::PyftpdlibTLS); }
+TEST(RealFtpServerTLS, StopsWithItsDestructor) { StopsWithItsDestructor(Kind::PyftpdlibTLS); }
+
+TEST(RealFtpServerVsftpd, AcceptsItsUserAndRefusesAWrongPassword) { AcceptsItsUserAndRefusesAWrongPassword(Kind::Vsftpd); }
+TEST(RealFtpServerVsftpd, ServesRootAndStoresUploadsThere) { ServesRootAndStoresUploadsThere(Kind::Vsftpd); }
+TEST(RealFtpServerVsftpd, StopsWithItsDestructor) { StopsWithItsDestructor(Kind::Vsftpd); }
+
+TEST(RealFtpServerTLS, UpgradesAfterAuthTlsAndLogsInEncrypted) {
+  RealFtpServer server(RealFtpServer::Kind::PyftpdlibTLS);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  QSslSocket socket;
+  QByteArray buffer;
+  QObject::connect(&socket, &QSslSocket::readyRead, [&] { buffer += socket.readAll(); });
+  auto reply = [&] {
+    RunUntil([&] { return buffer.endsWith("\r\n"); }, 10000);
+    const QByteArray line = buffer;
+    buffer.clear();
+    return line;
+  };
+  socket.connectToHost(QHostAddress::LocalHost, server.Port());
+  ASSERT_TRUE(reply().startsWith("220"));
+  socket.write("AUTH TLS\r\n");
+  ASSERT_TRUE(reply().startsWith("234"));
+  // The certificate is self-signed, made for this run.
+  socket.setPeerVerifyMode(QSslSocket::VerifyNone);
+  socket.startClientEncryption();
+  ASSERT_TRUE(RunUntil([&] { return socket.isEncrypted() || socket.state() != QAbstractSocket::ConnectedState; }, 10000));
+  ASSERT_TRUE(socket.isEncrypted());
+  EXPECT_EQ(socket.peerCertificate().subjectInfo(QSslCertificate::CommonName), QStringList{"localhost"});
+  socket.write(("USER " + server.User() + "\r\n").toLatin1());
+  EXPECT_TRUE(reply().startsWith("331"));
+  socket.write(("PASS " + server.Password() + "\r\n").toLatin1());
+  EXPECT_TRUE(reply().startsWith("230"));
+}
+
+TEST(RealFtpServerVsftpd, EachServerHasItsOwnAccountRemovedAtTheEnd) {
+  QString firstUser, secondUser;
+  {
+    RealFtpServer first(RealFtpServer::Kind::Vsftpd);
+    if (!first.Started()) GTEST_SKIP() << first.SkipReason().toStdString();
+    RealFtpServer second(RealFtpServer::Kind::Vsftpd);
+    ASSERT_TRUE(second.Started()) << second.SkipReason().toStdString();
+    firstUser = first.User();
+    secondUser = second.User();
+    EXPECT_NE(firstUser, secondUser);
+    EXPECT_NE(first.Port(), second.Port());
+    EXPECT_NE(getpwnam(firstUser.toLocal8Bit().constData()), nullptr);
+
+    for (RealFtpServer* server : {&first, &second}) {
+      RawFtp ftp(server->Port());
+      ASSERT_TRUE(ftp.Reply().startsWith("220"));
+      EXPECT_TRUE(ftp.Login(server->User(), server->Password()));
+    }
+  }
+  EXPECT_EQ(getpwnam(firstUser.toLocal8Bit().constData()), nullptr);
+  EXPECT_EQ(getpwnam(secondUser.toLocal8Bit().constData()), nullptr);
+}
+
+}  // namespace
+}  // namespace velmar::test
