@@ -1,11 +1,14 @@
 #include "platform/Timer.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace velmar {
 
 Timer::Timer() {
   timer_.setTimerType(Qt::PreciseTimer);
+  timer_.setSingleShot(true);
+  clock_.start();
   QObject::connect(&timer_, &QTimer::timeout, this, [this] { Fire(); });
 }
 
@@ -17,8 +20,15 @@ void Timer::SetMode(int mode) {
     timer_.stop();
     return;
   }
-  timer_.setSingleShot(mode == 1);
-  timer_.start(std::max<qint32>(period_, 0));
+  const qint64 period = std::max<qint32>(period_, 0);
+  deadlineMs_ = clock_.elapsed() + period;
+  // A system timer that fires before the new deadline is left alone: Fire re-arms it.
+  if (!timer_.isActive() || armedUntilMs_ > deadlineMs_) Arm(period);
+}
+
+void Timer::Arm(qint64 milliseconds) {
+  armedUntilMs_ = clock_.elapsed() + milliseconds;
+  timer_.start(static_cast<int>(std::min<qint64>(milliseconds, std::numeric_limits<int>::max())));
 }
 
 void Timer::Detach() {
@@ -27,7 +37,17 @@ void Timer::Detach() {
 }
 
 void Timer::Fire() {
-  if (mode_ == 1) mode_ = 0;  // a single shot is over once it fired
+  const qint64 left = deadlineMs_ - clock_.elapsed();
+  if (left > 0) {  // restarted since the system timer was armed
+    Arm(left);
+    return;
+  }
+  if (mode_ == 1) {
+    mode_ = 0;  // a single shot is over once it fired
+  } else if (mode_ == 2) {
+    deadlineMs_ = clock_.elapsed() + std::max<qint32>(period_, 0);
+    Arm(std::max<qint32>(period_, 0));
+  }
   Dispatch([this] { Event_Action(); });
 }
 

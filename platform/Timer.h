@@ -2,6 +2,7 @@
 // The framework's timer: Period in milliseconds, Mode 0 off, 1 single shot, 2 repeating.
 #include "platform/EventSource.h"
 
+#include <QElapsedTimer>
 #include <QTimer>
 
 namespace velmar {
@@ -26,8 +27,15 @@ public:
 
 private:
   void Fire();
+  void Arm(qint64 milliseconds);
 
+  // A countdown restarted while it runs only moves its deadline: the system timer is
+  // re-armed for the rest when it fires early. Restarts come once per transferred
+  // block, so they must cost next to nothing.
   QTimer timer_;
+  QElapsedTimer clock_;
+  qint64 deadlineMs_ = 0;
+  qint64 armedUntilMs_ = 0;
   qint32 period_ = 1000;
   int mode_ = 0;
 };

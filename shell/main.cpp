@@ -1,1 +1,97 @@
-int main() { return 0; }
+// velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT]
+#include "session/FTPSessionClass.h"
+#include "shell/Shell.h"
+#include "shell/ShellApplication.h"
+#include "shell/ShellOutput.h"
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+
+using velmar::Shell;
+using velmar::ShellApplication;
+using velmar::ShellOutput;
+
+namespace velmar {
+
+int ShellApplication::depth_ = 0;
+
+ShellApplication::ShellApplication(int& argc, char** argv) : QCoreApplication(argc, argv) {}
+
+bool ShellApplication::notify(QObject* receiver, QEvent* event) {
+  struct Nesting {
+    Nesting() { ++depth_; }
+    ~Nesting() { --depth_; }
+  } nesting;
+  return QCoreApplication::notify(receiver, event);
+}
+
+}  // namespace velmar
+
+namespace {
+
+int UsageError(const QString& message) {
+  ShellOutput::Error(message);
+  ShellOutput::Error(QStringLiteral("try 'velmar --help'"));
+  return 2;
+}
+
+void PrintOut(const QString& text) {
+  const QByteArray bytes = text.toUtf8();
+  std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A reader that goes away must not kill the shell in the middle of a line.
+  std::signal(SIGPIPE, SIG_IGN);
+  ShellApplication app(argc, argv);
+
+  Shell::Options options;
+  bool help = false;
+  bool version = false;
+  const QStringList arguments = QCoreApplication::arguments().mid(1);
+  for (qsizetype i = 0; i < arguments.size(); ++i) {
+    const QString& argument = arguments[i];
+    if (argument == u"--help" || argument == u"-h") {
+      help = true;
+    } else if (argument == u"--version") {
+      version = true;
+    } else if (argument == u"--no-progress") {
+      options.showProgress = false;
+    } else if (argument == u"-e") {
+      if (i + 1 >= arguments.size()) return UsageError(QStringLiteral("-e needs an INSTRUCTION"));
+      options.instructions.append(arguments[++i]);
+    } else if (argument == u"--") {
+      if (i + 2 < arguments.size()) return UsageError(QStringLiteral("only one SCRIPT may be given"));
+      if (i + 1 < arguments.size()) options.script = arguments[i + 1];
+      break;
+    } else if (argument.startsWith(u'-') && argument != u"-") {
+      return UsageError(QStringLiteral("unknown option %1").arg(argument));
+    } else {
+      if (options.script) return UsageError(QStringLiteral("only one SCRIPT may be given"));
+      options.script = argument;
+    }
+  }
+
+  if (help) {
+    PrintOut(Shell::Usage());
+    return 0;
+  }
+  if (version) {
+    PrintOut(QStringLiteral("velmar %1\n").arg(std::make_shared<velmar::FTPSessionClass>()->GetVelmarVersion()));
+    return 0;
+  }
+
+  int status = 2;
+  {
+    Shell shell(std::move(options));
+    if (!shell.Start()) return 2;
+    status = QCoreApplication::exec();
+  }
+  // Objects released with deleteLater() at the end are freed before exit.
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  return status;
+}

@@ -1,4 +1,3 @@
 velmar_add_test(session_engine_test session/SessionEngineTest.cpp)
 velmar_add_test(session_logon_scripted_test session/LogonScriptedTest.cpp)
 velmar_add_test(session_logon_real_test session/LogonRealServerTest.cpp)
-velmar_add_test(platform_socket_test platform/SocketTest.cpp)

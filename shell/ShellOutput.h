@@ -1,0 +1,26 @@
+#pragma once
+// The shell's output lines. stdout carries one line per event, KIND, TAB, text, LF, each
+// flushed at once because another program may be reading the pipe line by line.
+// stderr carries the shell's own complaints ("velmar: line N: message").
+// Implemented in Shell.cpp.
+#include <QString>
+
+namespace velmar {
+
+class Json;
+
+class ShellOutput {
+public:
+  // KIND TAB text, with the text escaped (no TAB, CR or LF can reach the line).
+  static void Report(const QString& kind, const QString& text);
+  // KIND TAB NAME TAB JSON, for `value` and `result` lines.
+  static void Value(const QString& kind, const QString& name, const Json& value);
+  // "velmar: line N: message" on stderr.
+  static void ScriptError(int line, const QString& message);
+  // "velmar: message" on stderr.
+  static void Error(const QString& message);
+  // Raw text on stderr (the prompt), flushed.
+  static void Prompt(const QString& text);
+};
+
+}  // namespace velmar

@@ -1,0 +1,14 @@
+# The install test: installs this build into a scratch prefix and builds a separate
+# project against it, through find_package(Velmar) and through pkg-config.
+add_test(NAME consumer.install
+  COMMAND "${CMAKE_COMMAND}"
+    "-DVELMAR_BUILD_DIR=${CMAKE_BINARY_DIR}"
+    "-DVELMAR_BUILD_CONFIG=$<CONFIG>"
+    "-DCONSUMER_SOURCE_DIR=${CMAKE_CURRENT_LIST_DIR}/project"
+    "-DWORK_DIR=${CMAKE_BINARY_DIR}/consumer-install"
+    "-DGENERATOR=${CMAKE_GENERATOR}"
+    "-DCXX_COMPILER=${CMAKE_CXX_COMPILER}"
+    "-DCXX_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER}"
+    "-DSANITIZE=${VELMAR_SANITIZE}"
+    -P "${CMAKE_CURRENT_LIST_DIR}/ConsumerTest.cmake")
+set_tests_properties(consumer.install PROPERTIES LABELS install TIMEOUT 300)

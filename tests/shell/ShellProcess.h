@@ -1,0 +1,87 @@
+#pragma once
+// Runs the built `velmar` binary for black-box tests. Every wait is bounded, and the
+// event loop runs during the waits, so an in-process server can answer the shell.
+#include "support/TestEventLoop.h"
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+namespace velmar::test {
+
+class ShellProcess {
+public:
+  struct Result {
+    bool finished = false;
+    int exitCode = -1;
+    QString out;
+    QString err;
+    QStringList Lines() const { return out.split(u'\n', Qt::SkipEmptyParts); }
+  };
+
+  // Runs the shell with `arguments`, feeds `input` to stdin and closes it, and waits for
+  // the end (at most `timeoutMs`; a shell still running then is killed).
+  static Result Run(const QStringList& arguments, const QString& input = QString(), int timeoutMs = 20000) {
+    ShellProcess shell;
+    shell.Start(arguments);
+    shell.Write(input);
+    shell.CloseInput();
+    return shell.Finish(timeoutMs);
+  }
+
+  ShellProcess() {
+    QObject::connect(&process_, &QProcess::readyReadStandardOutput,
+                     [this] { out_ += QString::fromUtf8(process_.readAllStandardOutput()); });
+    QObject::connect(&process_, &QProcess::readyReadStandardError,
+                     [this] { err_ += QString::fromUtf8(process_.readAllStandardError()); });
+  }
+  ~ShellProcess() {
+    QObject::disconnect(&process_, nullptr, nullptr, nullptr);
+    if (process_.state() != QProcess::NotRunning) {
+      process_.kill();
+      process_.waitForFinished(5000);
+    }
+  }
+
+  void Start(const QStringList& arguments) {
+    process_.start(QStringLiteral(VELMAR_SHELL_BINARY), arguments);
+    started_ = process_.waitForStarted(10000);
+  }
+  bool Started() const { return started_; }
+  void Write(const QString& text) {
+    if (!text.isEmpty()) process_.write(text.toUtf8());
+  }
+  void CloseInput() { process_.closeWriteChannel(); }
+
+  // Waits until stdout holds `text` (true), or the time is up or the shell has ended (false).
+  bool WaitForOutput(const QString& text, int timeoutMs = 10000) {
+    return RunUntil([&] { return out_.contains(text) || process_.state() == QProcess::NotRunning; }, timeoutMs) &&
+           out_.contains(text);
+  }
+
+  Result Finish(int timeoutMs = 20000) {
+    Result result;
+    result.finished = RunUntil([&] { return process_.state() == QProcess::NotRunning; }, timeoutMs);
+    if (!result.finished) {
+      process_.kill();
+      process_.waitForFinished(5000);
+    }
+    out_ += QString::fromUtf8(process_.readAllStandardOutput());
+    err_ += QString::fromUtf8(process_.readAllStandardError());
+    result.exitCode = result.finished && process_.exitStatus() == QProcess::NormalExit ? process_.exitCode() : -1;
+    result.out = out_;
+    result.err = err_;
+    return result;
+  }
+
+  const QString& Out() const { return out_; }
+  const QString& Err() const { return err_; }
+
+private:
+  QProcess process_;
+  QString out_;
+  QString err_;
+  bool started_ = false;
+};
+
+}  // namespace velmar::test
