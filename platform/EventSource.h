@@ -36,6 +36,9 @@ protected:
 
   bool InsideHandler() const { return dispatchDepth_ > 0; }
 
+  // Runs after each handler has returned (the source is still alive then).
+  virtual void AfterDispatch() {}
+
   // Holds the anchor until ReleaseOwner(); released at the end of the current dispatch
   // when called from inside one.
   void HoldOwner();

@@ -12,6 +12,7 @@ void EventSource::Dispatch(F&& handler) {
   ++dispatchDepth_;
   RunGuarded(std::forward<F>(handler));
   --dispatchDepth_;
+  if (!detached_) RunGuarded([this] { AfterDispatch(); });
   // The anchors go last: releasing them may destroy the owner, never this object.
 }
 

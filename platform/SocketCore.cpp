@@ -2,6 +2,7 @@
 
 #include <QHostAddress>
 #include <QHostInfo>
+#include <QSet>
 #include <QSocketNotifier>
 
 #include <arpa/inet.h>
@@ -47,9 +48,28 @@ QString LocalAddressOf(int fd) {
 
 }  // namespace
 
-SocketCore::SocketCore() = default;
+namespace {
+// Every socket object alive in the process, for CloseAll.
+QSet<SocketCore*>& LiveSockets() {
+  static QSet<SocketCore*> sockets;
+  return sockets;
+}
+}  // namespace
 
-SocketCore::~SocketCore() { CloseDescriptor(); }
+SocketCore::SocketCore() { LiveSockets().insert(this); }
+
+SocketCore::~SocketCore() {
+  LiveSockets().remove(this);
+  CloseDescriptor();
+}
+
+void SocketCore::CloseAll() {
+  // Closing may release sessions and with them further sockets (destroyed later, by the
+  // event loop), so work on a copy.
+  const QSet<SocketCore*> sockets = LiveSockets();
+  for (SocketCore* socket : sockets)
+    if (LiveSockets().contains(socket)) socket->Close();
+}
 
 bool SocketCore::IsConnected() const { return state_ == State::Connected; }
 
@@ -198,8 +218,19 @@ void SocketCore::Write(const QByteArray& bytes) {
   }
   outgoing_.append(bytes);
   pendingSendComplete_ = true;
-  if (state_ == State::Connected && !TransportHandshaking()) FlushOutgoing();
-  if (BytesLeftToSend() == 0) ScheduleDelivery();
+  // The bytes leave after the running handler of this socket, or from the event loop.
+  if (InsideHandler())
+    flushAfterHandler_ = true;
+  else
+    ScheduleDelivery();
+}
+
+void SocketCore::AfterDispatch() {
+  if (!flushAfterHandler_) return;
+  flushAfterHandler_ = false;
+  if (state_ != State::Connected || TransportHandshaking()) return;
+  FlushOutgoing();
+  if (HasPendingEvents()) ScheduleDelivery();
 }
 
 QByteArray SocketCore::ReadAll() {
@@ -442,6 +473,7 @@ void SocketCore::ScheduleDelivery() {
 
 void SocketCore::Deliver() {
   deliveryScheduled_ = false;
+  if (state_ == State::Connected && BytesLeftToSend() > 0 && !TransportHandshaking()) FlushOutgoing();
   // Each handler may close, reconnect or release this socket: test again before each.
   if (pendingConnected_ && !Detached()) {
     pendingConnected_ = false;

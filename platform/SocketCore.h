@@ -11,6 +11,10 @@
 //   orderly close is 102, and comes after the last Event_DataAvailable.
 // Events never run inside the call that caused them (Write, Connect, Close ...): they come
 // from the event loop, or from Poll() when it is not called from inside a handler.
+// Write only queues: bytes written inside one of this socket's handlers leave when the
+// handler returns, others from the event loop, and Poll() sends at once. So a program may
+// write a command and then prepare for its consequences (listen for the connection that a
+// PORT command announces) before the peer can see the command.
 #include "platform/EventSource.h"
 
 #include <QByteArray>
@@ -46,7 +50,7 @@ public:
   // Waits for one incoming connection on Port. A second Listen on the same port while
   // listening is accepted and changes nothing.
   void Listen();
-  // Queues bytes for sending; never blocks.
+  // Queues bytes for sending (see above); never blocks.
   void Write(const QByteArray& bytes);
   // Returns and removes every byte received so far.
   QByteArray ReadAll();
@@ -67,6 +71,11 @@ public:
   qint64 BytesLeftToSend() const { return outgoing_.size() - outgoingSent_; }
 
   void Detach() override;
+  void AfterDispatch() override;
+
+  // Closes every socket of the process. A running session lives as long as its
+  // connections, so an orderly program end (and a test's end) closes them all here.
+  static void CloseAll();
 
   virtual void Event_Connected() {}
   virtual void Event_DataAvailable() {}
@@ -132,6 +141,7 @@ private:
   QByteArray outgoing_;
   qint64 outgoingSent_ = 0;
   bool readPaused_ = false;
+  bool flushAfterHandler_ = false;
 
   bool pendingConnected_ = false;
   bool pendingData_ = false;
