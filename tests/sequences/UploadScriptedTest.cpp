@@ -91,6 +91,27 @@ TEST_F(UploadFixture, PutFileWithoutServerDirectorySkipsCwdAndStopsAtTheFirstRef
   EXPECT_EQ(session->CommandSocket, nullptr);
 }
 
+TEST_F(UploadFixture, DataResetDuringAnUploadEndsTheBatchAndClosesEverything) {
+  QByteArray big(32 * 1024 * 1024, 'z');
+  WriteFile(local.filePath("big"), big);
+  session->SetLocalDirectoryPathName(local.path() + "/");
+  session->AddFileName("big");
+  ScriptLogon()
+      .Expect("TYPE I", {Line("200 ok")})
+      .Expect("PASV", {OpenPassive()})
+      .Expect("STOR big", {Line("150 go"), WaitDataConnected(), Delay(20), DataReset(), Line("426 aborted")});
+  session->StartPutFile();
+  ASSERT_TRUE(WaitForEnd());
+  // Whichever the session notices first: the reset on its data connection, or the reply.
+  const QString end = Ends(*log).first();
+  EXPECT_TRUE(end == "error\tError while sending the file: 106" || end == "error\tError: 426 aborted\n")
+      << end.toStdString();
+  EXPECT_EQ(session->CommandSocket, nullptr);
+  EXPECT_EQ(session->DataSocket, nullptr);
+  RunFor(100);
+  EXPECT_EQ(Ends(*log).size(), 1);  // nothing reports after the end
+}
+
 TEST_F(UploadFixture, PutFileCwdRefusedIsNotCreated) {
   session->SetServerDirectoryPathName("missing");
   session->AddFileName("x");
