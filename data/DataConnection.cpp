@@ -105,4 +105,11 @@ FTPSessionClass::DataLeg FTPSessionClass::DataConnectionSteps(const QString& rep
   return DataLeg::NotASubStep;
 }
 
+void FTPSessionClass::StoreNextFile(const QString& replyLine, DataLeg leg) {
+  const QString name = GetNextFileName();
+  Deref(DataSocket, "DataSocket").PutFileName(name);
+  if (leg == DataLeg::PassiveReady) CalcSetPassivePort(replyLine);
+  NextFTPStep(QStringLiteral("STOR"), QStringLiteral("STOR ") + name, QStringLiteral("Send file ") + name);
+}
+
 }  // namespace velmar

@@ -215,6 +215,17 @@ void FTPDataSocket::Event_DataAvailable() {
 
 // ---- The end of a connection -----------------------------------------------------------
 
+void FTPDataSocket::EndOfReceivedFile(bool peerFinished, const QString& code) {
+  if (peerFinished) {
+    // The server's close is the end of the file: the emptied FileData tells the machine.
+    if (bs) bs->Close();
+    FileData.clear();
+    ByteCount = 0;
+  } else {
+    End(QStringLiteral("Error while receiving the file: ") + code);
+  }
+}
+
 void FTPDataSocket::Event_Error() {
   if (!Session) return;
   const qint32 code = LastErrorCode();
@@ -226,13 +237,7 @@ void FTPDataSocket::Event_Error() {
     // This side closes first on upload, so any event here is a failure, 102 included.
     End(QStringLiteral("Error while sending the file: ") + number);
   } else if (TypeIs({"GetFile", "GetSingleFile", "RestartGetSingleFile"})) {
-    if (peerFinished) {
-      if (bs) bs->Close();
-      FileData.clear();
-      ByteCount = 0;
-    } else {
-      End(QStringLiteral("Error while receiving the file: ") + number);
-    }
+    EndOfReceivedFile(peerFinished, number);
   } else if (TypeIs({"DeleteDir", "DeleteDirImmediate"})) {
     if (peerFinished) {
       ParseDirectoryList(Session->ServerTextEncoding.Decode(FileData));
@@ -249,13 +254,7 @@ void FTPDataSocket::Event_Error() {
     }
   } else if (TypeIs({"GetDir", "GetDirImmediate"})) {
     if (!FileList) {
-      if (peerFinished) {
-        if (bs) bs->Close();
-        FileData.clear();
-        ByteCount = 0;
-      } else {
-        End(QStringLiteral("Error while receiving the file: ") + number);
-      }
+      EndOfReceivedFile(peerFinished, number);
     } else {
       FileList = false;
       if (peerFinished) {

@@ -60,6 +60,7 @@ private:
   // Creates (or truncates) the local file to receive into; false on a nil item.
   bool CreateFileToReceive(const std::shared_ptr<FolderItem>& item);
   std::shared_ptr<FolderItem> LocalChild(const QString& name) const;
+  void EndOfReceivedFile(bool peerFinished, const QString& code);
 };
 
 }  // namespace velmar

@@ -42,16 +42,11 @@ void FTPSessionClass::ExecutePutFileSteps(const QString& replyLine, qint32 reply
     return;
   }
   // In active mode nothing listens: the announced port is only stored.
-  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never)) {
+  switch (const DataLeg leg = DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never)) {
     case DataLeg::PassiveReady:
-    case DataLeg::PortAccepted: {
-      const bool passive = StepIs(FirstSet.passiveStep);
-      const QString name = GetNextFileName();
-      Deref(DataSocket, "DataSocket").PutFileName(name);
-      if (passive) CalcSetPassivePort(replyLine);
-      NextFTPStep("STOR", "STOR " + name, "Send file " + name);
+    case DataLeg::PortAccepted:
+      StoreNextFile(replyLine, leg);
       return;
-    }
     case DataLeg::Handled:
       return;
     case DataLeg::NotASubStep:

@@ -200,6 +200,10 @@ protected:
   DataLeg DataConnectionSteps(const QString& replyLine, qint32 replyCode, const DataModeSet& set,
                               ListenKind listen);
 
+  // How PutFile and PutSingleFile resume the data leg: the next name goes to the data
+  // socket before the connect (its connected event opens the file), then STOR.
+  void StoreNextFile(const QString& replyLine, DataLeg leg);
+
   // The transfer loop that both recursive upload machines share; `resident` picks the
   // ending (quiet for PutDir, QUIT for StartPutDir).
   void PutDirLoopSteps(const QString& replyLine, qint32 replyCode, bool resident);

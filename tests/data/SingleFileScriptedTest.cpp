@@ -7,6 +7,7 @@
 #include "support/RecordingStatus.h"
 #include "support/ScriptedFtpServer.h"
 #include "support/TestEventLoop.h"
+#include "support/TestFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +18,7 @@
 namespace velmar::test {
 namespace {
 
-QStringList Ends(const QStringList& log) { return RecordingStatus::Only(log, {"success", "error"}); }
+constexpr auto Ends = &RecordingStatus::Ends;
 
 QByteArray Pattern(qsizetype size) {
   QByteArray bytes(size, '\0');
@@ -25,16 +26,7 @@ QByteArray Pattern(qsizetype size) {
   return bytes;
 }
 
-QByteArray ReadFile(const QString& path) {
-  QFile file(path);
-  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
-void WriteFile(const QString& path, const QByteArray& bytes) {
-  QFile file(path);
-  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
-}
 
 TEST(DataPorts, NextDataPortWrapsToTheStartOfTheRange) {
   FTPSessionClass session;

@@ -4,6 +4,7 @@
 #include "support/RealFtpServer.h"
 #include "support/RecordingStatus.h"
 #include "support/TestEventLoop.h"
+#include "support/TestFiles.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -16,14 +17,8 @@
 namespace velmar::test {
 namespace {
 
-QStringList Ends(const QStringList& log) { return RecordingStatus::Only(log, {"success", "error"}); }
+constexpr auto Ends = &RecordingStatus::Ends;
 
-QByteArray RandomBytes(qsizetype size, quint32 seed) {
-  QRandomGenerator generator(seed);
-  QByteArray bytes(size, Qt::Uninitialized);
-  for (qsizetype i = 0; i < size; ++i) bytes[i] = static_cast<char>(generator.generate() & 0xff);
-  return bytes;
-}
 
 TEST(LargeTransfer, MoreThanTwoGibibytesGoUpAndDownExactly) {
   RealFtpServer server(RealFtpServer::Kind::Vsftpd);

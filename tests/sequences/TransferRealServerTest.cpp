@@ -6,6 +6,7 @@
 #include "support/RealFtpServer.h"
 #include "support/RecordingStatus.h"
 #include "support/TestEventLoop.h"
+#include "support/TestFiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -18,21 +19,9 @@
 namespace velmar::test {
 namespace {
 
-QStringList Ends(const QStringList& log) { return RecordingStatus::Only(log, {"success", "error"}); }
+constexpr auto Ends = &RecordingStatus::Ends;
 
-QByteArray RandomBytes(qsizetype size, quint32 seed) {
-  QRandomGenerator generator(seed);
-  QByteArray bytes(size, Qt::Uninitialized);
-  for (qsizetype i = 0; i < size; ++i) bytes[i] = static_cast<char>(generator.generate() & 0xff);
-  return bytes;
-}
 
-void WriteFile(const QString& path, const QByteArray& bytes) {
-  QDir().mkpath(QFileInfo(path).path());
-  QFile file(path);
-  ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-  file.write(bytes);
-}
 
 // Relative path -> content of every file below root, and "dir/" entries for folders.
 QMap<QString, QByteArray> Snapshot(const QString& root) {

@@ -7,6 +7,7 @@
 #include "support/RecordingStatus.h"
 #include "support/ScriptedFtpServer.h"
 #include "support/TestEventLoop.h"
+#include "support/TestFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,14 +18,8 @@
 namespace velmar::test {
 namespace {
 
-QStringList Ends(const QStringList& log) { return RecordingStatus::Only(log, {"success", "error"}); }
+constexpr auto Ends = &RecordingStatus::Ends;
 
-void WriteFile(const QString& path, const QByteArray& bytes) {
-  QDir().mkpath(QFileInfo(path).path());
-  QFile file(path);
-  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
-}
 
 struct UploadFixture : ::testing::Test {
   ScriptedFtpServer server;

@@ -35,6 +35,9 @@ public:
     return kept;
   }
 
+  // The end reports (success and error), in order.
+  static QStringList Ends(const QStringList& log) { return Only(log, {QStringLiteral("success"), QStringLiteral("error")}); }
+
 private:
   void Add(const char* kind, const QString& text) { log_->append(QString::fromLatin1(kind) + QLatin1Char('\t') + text); }
   std::shared_ptr<QStringList> log_;
