@@ -1,5 +1,7 @@
 #include "shell/Shell.h"
 
+#include "platform/SocketCore.h"
+
 #include "data/FTPDataSocket.h"
 #include "platform/Exceptions.h"
 #include "platform/MsgBox.h"
@@ -381,19 +383,7 @@ void Shell::Finish(int status) {
 void Shell::CloseSessions() {
   // Running sessions keep themselves alive through their open connections; the shell
   // does not wait for them at the end, so it closes those connections.
-  for (const auto& weak : sessions_) {
-    const std::shared_ptr<FTPSessionClass> session = weak.lock();
-    if (!session) continue;
-    if (session->ConnectionTimer) session->ConnectionTimer->SetMode(0);
-    if (session->CommandSocket) {
-      session->CommandSocket->Close();
-      session->CommandSocket = nullptr;
-    }
-    if (session->DataSocket) {
-      session->DataSocket->Close();
-      session->DataSocket = nullptr;
-    }
-  }
+  SocketCore::CloseAll();
   sessions_.clear();
 }
 
