@@ -45,9 +45,19 @@ public:
   QString LastError() const { return lastError_; }
 
 private:
+  // Streams opened for reading only read ahead; writers write through at once, so that a
+  // failed write is known when Write returns.
+  static constexpr qint64 kReadAhead = 64 * 1024;
+  bool ReadsAhead() const { return !file_->isWritable() && !file_->isSequential(); }
+  qint64 BufferedBytes() const { return readAhead_.size() - readAheadOffset_; }
+  QByteArray ReadFromFile(qint64 count);
+
   std::unique_ptr<QFile> file_;
+  QByteArray readAhead_;
+  qint64 readAheadOffset_ = 0;
   QString lastError_;
   QString writingPath_;  // registered while open for writing
+  qint64 knownLength_ = 0;
 };
 
 }  // namespace velmar

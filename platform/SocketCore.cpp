@@ -23,6 +23,8 @@ namespace {
 // unread before the socket stops reading (the peer is then held back by TCP).
 constexpr qint64 kReadChunk = 256 * 1024;
 constexpr qint64 kMaxUnread = 8 * 1024 * 1024;
+// How many rounds of events one delivery runs before it lets the event loop go on.
+constexpr int kDeliveryRounds = 64;
 
 qint32 ConnectErrorCode(int error) {
   switch (error) {
@@ -130,8 +132,6 @@ void SocketCore::StartConnect(const QHostAddress& address) {
     Fail(ErrorOpenFailed);
     return;
   }
-  const int one = 1;
-  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   AdoptDescriptor(fd, State::Connecting);
   if (::connect(fd, reinterpret_cast<sockaddr*>(&storage), length) == 0) {
     FinishConnect();
@@ -200,8 +200,6 @@ void SocketCore::Accept() {
   // One incoming connection is all a listening socket waits for.
   CloseDescriptor();
   listeningPort_ = -1;
-  const int one = 1;
-  ::setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   AdoptDescriptor(connection, State::Connected);
   localAddress_ = LocalAddressOf(connection);
   WatchRead(true);
@@ -271,6 +269,13 @@ void SocketCore::Detach() {
 }
 
 void SocketCore::Poll() {
+  if (InsideHandler()) {
+    // The events it could cause are delivered after the handler anyway: only send now.
+    if (state_ == State::Connected && !TransportHandshaking()) FlushOutgoing();
+    if (state_ == State::Connected && TransportHandshaking()) TransportContinueHandshake();
+    if (HasPendingEvents()) ScheduleDelivery();
+    return;
+  }
   if (fd_ >= 0) {
     pollfd ready{fd_, POLLIN | POLLOUT, 0};
     ::poll(&ready, 1, 0);
@@ -287,11 +292,7 @@ void SocketCore::Poll() {
       }
     }
   }
-  if (!HasPendingEvents()) return;
-  if (InsideHandler())
-    ScheduleDelivery();
-  else
-    Deliver();
+  if (HasPendingEvents()) Deliver();
 }
 
 bool SocketCore::HasPendingEvents() const {
@@ -466,13 +467,35 @@ void SocketCore::ResetForNewConnection() {
 }
 
 void SocketCore::ScheduleDelivery() {
-  if (deliveryScheduled_ || Detached()) return;
+  if (Detached()) return;
+  if (delivering_ > 0) {
+    moreToDeliver_ = true;  // the running delivery goes round once more
+    return;
+  }
+  if (deliveryScheduled_) return;
   deliveryScheduled_ = true;
   QMetaObject::invokeMethod(this, [this] { Deliver(); }, Qt::QueuedConnection);
 }
 
 void SocketCore::Deliver() {
   deliveryScheduled_ = false;
+  ++delivering_;
+  // Events that handlers cause (a write that went out at once, and so a send-complete)
+  // are delivered in further rounds here rather than through the event loop; the rounds
+  // are bounded so that other sockets and timers get their turn.
+  for (int round = 0; round < kDeliveryRounds; ++round) {
+    moreToDeliver_ = false;
+    DeliverOnce();
+    if (!moreToDeliver_ || Detached()) break;
+  }
+  --delivering_;
+  if (moreToDeliver_ && !Detached()) {
+    moreToDeliver_ = false;
+    ScheduleDelivery();
+  }
+}
+
+void SocketCore::DeliverOnce() {
   if (state_ == State::Connected && BytesLeftToSend() > 0 && !TransportHandshaking()) FlushOutgoing();
   // Each handler may close, reconnect or release this socket: test again before each.
   if (pendingConnected_ && !Detached()) {

@@ -126,6 +126,7 @@ private:
   bool HasPendingEvents() const;
   void ScheduleDelivery();
   void Deliver();
+  void DeliverOnce();
   void ResetForNewConnection();
 
   State state_ = State::Idle;
@@ -148,6 +149,8 @@ private:
   bool pendingSendComplete_ = false;
   bool pendingError_ = false;
   bool deliveryScheduled_ = false;
+  int delivering_ = 0;
+  bool moreToDeliver_ = false;
 };
 
 }  // namespace velmar

@@ -32,7 +32,9 @@ void FTPSessionClass::GetFiles(const QString& serverPrefix, const QString& local
   if (item->Directory()) {
     Files.append("*" + item->Name());
     Paths.append("Ignore");
-    for (int index = 1; index <= item->Count(); ++index) {
+    // Count lists the folder afresh: ask once, not for every child.
+    const int count = item->Count();
+    for (int index = 1; index <= count; ++index) {
       const std::shared_ptr<FolderItem> child = item->Item(index);
       if (!child) continue;
       // A link to a folder could lead back up the tree: such links are not followed.
