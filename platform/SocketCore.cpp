@@ -2,6 +2,7 @@
 
 #include <QHostAddress>
 #include <QHostInfo>
+#include <QHash>
 #include <QSet>
 #include <QSocketNotifier>
 
@@ -62,6 +63,7 @@ SocketCore::SocketCore() { LiveSockets().insert(this); }
 
 SocketCore::~SocketCore() {
   LiveSockets().remove(this);
+  LeaveOpening();
   CloseDescriptor();
 }
 
@@ -109,7 +111,61 @@ void SocketCore::Connect() {
   });
 }
 
+namespace {
+// Connections being opened per peer, and the sockets waiting for a turn, in order.
+QHash<QString, int>& OpeningPerPeer() {
+  static QHash<QString, int> opening;
+  return opening;
+}
+QHash<QString, QList<SocketCore*>>& WaitingPerPeer() {
+  static QHash<QString, QList<SocketCore*>> waiting;
+  return waiting;
+}
+}  // namespace
+
 void SocketCore::StartConnect(const QHostAddress& address) {
+  const QString peer = address.toString() + QLatin1Char(' ') + QString::number(Port);
+  if (OpeningPerPeer().value(peer) >= kMaxOpeningPerPeer) {
+    state_ = State::Resolving;  // not connecting yet: waiting for a turn
+    waitingPeer_ = peer;
+    waitingAddress_ = address;
+    WaitingPerPeer()[peer].append(this);
+    return;
+  }
+  openingPeer_ = peer;
+  ++OpeningPerPeer()[peer];
+  ConnectNow(address);
+}
+
+void SocketCore::LeaveOpening() {
+  if (!waitingPeer_.isEmpty()) {
+    WaitingPerPeer()[waitingPeer_].removeOne(this);
+    if (WaitingPerPeer()[waitingPeer_].isEmpty()) WaitingPerPeer().remove(waitingPeer_);
+    waitingPeer_.clear();
+  }
+  if (openingPeer_.isEmpty()) return;
+  const QString peer = openingPeer_;
+  openingPeer_.clear();
+  if (--OpeningPerPeer()[peer] <= 0) OpeningPerPeer().remove(peer);
+  AdmitWaiting(peer);
+}
+
+void SocketCore::AdmitWaiting(const QString& peer) {
+  auto waiting = WaitingPerPeer().find(peer);
+  while (waiting != WaitingPerPeer().end() && !waiting->isEmpty() &&
+         OpeningPerPeer().value(peer) < kMaxOpeningPerPeer) {
+    SocketCore* next = waiting->takeFirst();
+    if (waiting->isEmpty()) WaitingPerPeer().erase(waiting);
+    next->waitingPeer_.clear();
+    next->openingPeer_ = peer;
+    ++OpeningPerPeer()[peer];
+    // Connecting may fail at once and admit the next one: look the queue up afresh.
+    next->ConnectNow(next->waitingAddress_);
+    waiting = WaitingPerPeer().find(peer);
+  }
+}
+
+void SocketCore::ConnectNow(const QHostAddress& address) {
   sockaddr_storage storage{};
   socklen_t length = 0;
   if (address.protocol() == QAbstractSocket::IPv6Protocol) {
@@ -246,6 +302,7 @@ void SocketCore::Close() {
     QHostInfo::abortHostLookup(lookupId_);
     lookupId_ = -1;
   }
+  LeaveOpening();
   CloseDescriptor();
   state_ = State::Closed;
   listeningPort_ = -1;
@@ -347,6 +404,7 @@ void SocketCore::ReadAvailable() {
       case IoStatus::Done:
         readNow += result.bytes;
         pendingData_ = true;
+        if (!openingPeer_.isEmpty()) LeaveOpening();  // the peer has been heard from
         continue;
       case IoStatus::WouldBlock:
         if (result.wantsWrite) WatchWrite(true);
@@ -367,6 +425,7 @@ void SocketCore::FlushOutgoing() {
         TransportWrite(outgoing_.constData() + outgoingSent_, outgoing_.size() - outgoingSent_);
     if (result.status == IoStatus::Done) {
       outgoingSent_ += result.bytes;
+      if (!openingPeer_.isEmpty()) LeaveOpening();  // this side speaks first
       continue;
     }
     if (result.status == IoStatus::WouldBlock) {
@@ -420,6 +479,7 @@ void SocketCore::WatchWrite(bool on) {
 
 void SocketCore::Fail(qint32 code) {
   lastErrorCode_ = code;
+  LeaveOpening();
   CloseDescriptor();
   state_ = State::Closed;
   listeningPort_ = -1;

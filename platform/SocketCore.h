@@ -18,10 +18,10 @@
 #include "platform/EventSource.h"
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QString>
 #include <memory>
 
-class QHostAddress;
 class QSocketNotifier;
 
 namespace velmar {
@@ -114,7 +114,15 @@ protected:
 private:
   enum class State { Idle, Resolving, Connecting, Listening, Connected, Closed };
 
+  // Connections to one address and port are opened a few at a time: a connection counts as
+  // opening from connect() until the peer has been heard from (or this side has sent, or it
+  // ended). A burst of hundreds (a drop of many files) would otherwise overflow a server's
+  // accept queue, and with SYN cookies such connections stall without any error.
+  static constexpr int kMaxOpeningPerPeer = 16;
   void StartConnect(const QHostAddress& address);
+  void ConnectNow(const QHostAddress& address);
+  void LeaveOpening();
+  static void AdmitWaiting(const QString& peer);
   void OnReadable();
   void OnWritable();
   void FinishConnect();
@@ -149,6 +157,9 @@ private:
   bool pendingSendComplete_ = false;
   bool pendingError_ = false;
   bool deliveryScheduled_ = false;
+  QString openingPeer_;   // counted among the opening connections of this peer
+  QString waitingPeer_;   // queued for a turn to connect to this peer
+  QHostAddress waitingAddress_;
   int delivering_ = 0;
   bool moreToDeliver_ = false;
 };

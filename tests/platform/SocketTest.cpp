@@ -220,5 +220,36 @@ TEST(Socket, AnOwnerIsHeldWhileTheConnectionIsOpen) {
   EXPECT_EQ(socket->events.last(), "error 102");
 }
 
+TEST(Socket, ConnectionsToOnePeerOpenAFewAtATime) {
+  QTcpServer server;
+  ASSERT_TRUE(server.listen(QHostAddress::LocalHost, 0));
+  QList<QTcpSocket*> accepted;
+  QObject::connect(&server, &QTcpServer::newConnection, [&] {
+    while (server.hasPendingConnections()) accepted << server.nextPendingConnection();
+  });
+  QList<std::shared_ptr<RecordingSocket>> clients;
+  for (int i = 0; i < 40; ++i) clients << ConnectTo(server.serverPort());
+  ASSERT_TRUE(RunUntil([&] { return accepted.size() == 16; }));
+  RunFor(100);
+  EXPECT_EQ(accepted.size(), 16);  // the others wait until these have heard from the server
+
+  for (int i = 0; i < 5; ++i) accepted[i]->write("220 hello\r\n");
+  ASSERT_TRUE(RunUntil([&] { return accepted.size() == 21; }));
+  // A waiting connection that is closed gives up its place in the queue.
+  clients.last()->Close();
+  for (QTcpSocket* peer : accepted) peer->write("220 hello\r\n");
+  ASSERT_TRUE(RunUntil([&] {
+    for (QTcpSocket* peer : accepted)
+      if (peer->bytesToWrite() == 0 && peer->property("greeted").isNull()) {
+        peer->write("220 hello\r\n");
+        peer->setProperty("greeted", true);
+      }
+    return accepted.size() == 39;
+  }));
+  RunFor(100);
+  EXPECT_EQ(accepted.size(), 39);
+  EXPECT_TRUE(clients.last()->events.isEmpty());
+}
+
 }  // namespace
 }  // namespace velmar::test
