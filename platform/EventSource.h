@@ -25,6 +25,12 @@ public:
   virtual void Detach() { detached_ = true; }
   bool Detached() const { return detached_; }
 
+  // What MakeEventSource's deleter does: stop delivering, and free the object from the event
+  // loop once none of its handlers is running. (Qt would run a plain deleteLater in any
+  // event processing shallower than where it was called: a yield in an outer handler of
+  // this very object, with the object still in use below it.)
+  void ReleaseFromOwner();
+
 protected:
   // The owner to keep alive while this source delivers an event. Empty: none.
   virtual std::shared_ptr<void> Anchor() { return {}; }
@@ -45,20 +51,17 @@ protected:
   void ReleaseOwner();
 
 private:
+  void DeleteSoon();
+
   bool detached_ = false;
+  bool releasePending_ = false;
   int dispatchDepth_ = 0;
   std::shared_ptr<void> heldOwner_;
 };
 
 template <class T, class... Args>
 std::shared_ptr<T> MakeEventSource(Args&&... args) {
-  return std::shared_ptr<T>(new T(std::forward<Args>(args)...), [](T* source) {
-    source->Detach();
-    if (QCoreApplication::instance())
-      source->deleteLater();
-    else
-      delete source;
-  });
+  return std::shared_ptr<T>(new T(std::forward<Args>(args)...), [](T* source) { source->ReleaseFromOwner(); });
 }
 
 }  // namespace velmar

@@ -11,9 +11,28 @@ void EventSource::Dispatch(F&& handler) {
   std::shared_ptr<void> held = heldOwner_;  // survives a ReleaseOwner() inside the handler
   ++dispatchDepth_;
   RunGuarded(std::forward<F>(handler));
-  --dispatchDepth_;
   if (!detached_) RunGuarded([this] { AfterDispatch(); });
+  --dispatchDepth_;
+  if (dispatchDepth_ == 0 && releasePending_) {
+    releasePending_ = false;
+    DeleteSoon();
+  }
   // The anchors go last: releasing them may destroy the owner, never this object.
+}
+
+inline void EventSource::ReleaseFromOwner() {
+  Detach();
+  if (dispatchDepth_ > 0)
+    releasePending_ = true;  // deleted when the outermost handler has returned
+  else
+    DeleteSoon();
+}
+
+inline void EventSource::DeleteSoon() {
+  if (QCoreApplication::instance())
+    deleteLater();
+  else
+    delete this;
 }
 
 inline void EventSource::HoldOwner() {

@@ -199,6 +199,34 @@ TEST(Socket, ReleasingASocketInsideItsOwnHandlerIsSafe) {
   RunFor(50);  // no event may reach the released socket (AddressSanitizer would see it)
 }
 
+TEST(Socket, ReleasedInANestedHandlerItLivesUntilTheOuterHandlerReturns) {
+  Peer peer;
+  std::shared_ptr<RecordingSocket> socket = ConnectTo(peer.Port());
+  ASSERT_TRUE(peer.WaitAccepted());
+  int depth = 0;
+  bool releasedInside = false;
+  bool outerFinished = false;
+  socket->onData = [&](RecordingSocket& self) {
+    ++depth;
+    if (depth == 1) {
+      // The outer handler yields; a nested delivery of the same socket releases it.
+      peer.accepted->write("second");
+      RunUntil([&] { return releasedInside; }, 5000);
+      RunFor(20);  // a yield at the outer level must not free the socket under this handler
+      self.events << "outer handler goes on";
+      outerFinished = true;
+    } else {
+      socket.reset();
+      releasedInside = true;
+    }
+    --depth;
+  };
+  peer.accepted->write("first");
+  ASSERT_TRUE(RunUntil([&] { return outerFinished; }));
+  EXPECT_TRUE(releasedInside);
+  RunFor(20);
+}
+
 TEST(Socket, AnOwnerIsHeldWhileTheConnectionIsOpen) {
   struct Anchored : RecordingSocket {
     std::weak_ptr<int> owner;
