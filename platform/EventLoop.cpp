@@ -10,8 +10,10 @@ namespace velmar {
 void Yield() {
   static QElapsedTimer sinceLast;
   if (sinceLast.isValid() && sinceLast.nsecsElapsed() < 1'000'000) return;
-  QCoreApplication::processEvents(QEventLoop::AllEvents);
+  // Restarted before the pass: a yield inside an event that this pass delivers is then
+  // throttled too, so passes do not nest without bound.
   sinceLast.start();
+  QCoreApplication::processEvents(QEventLoop::AllEvents);
 }
 
 void WaitForEvents() {

@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# End to end: `thornquill-upload --drop` of a folder tree and two files to a real FTP server
+# on 127.0.0.1:21 in a private network namespace; the server's files must equal the local
+# ones byte for byte (names in ISO Latin 1, as the app sends them), with the empty file left
+# out of the folder. Then the exit statuses of a refused login (1) and of missing settings (2).
+# Usage: e2e_drop.sh PATH/TO/thornquill-upload
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=netns_ftp_server.sh
+source "$here/netns_ftp_server.sh"
+
+app=$(realpath "${1:?usage: e2e_drop.sh PATH/TO/thornquill-upload}")
+if ! tq_reexec_in_netns "${BASH_SOURCE[0]}" "$app"; then
+  echo "SKIP: no private network namespace can be made here (unshare -n / unshare -rn not permitted)"
+  exit 77
+fi
+
+work=$(mktemp -d /tmp/tq-e2e.XXXXXX)
+cleanup() {
+  tq_stop_server
+  rm -rf "$work"
+}
+trap cleanup EXIT
+chmod 755 "$work"
+src=$work/src root=$work/root config=$work/config
+user=tqe2e$$ password=pw-$RANDOM-$$
+mkdir -p "$src" "$root/incoming"
+
+fail() {
+  echo "FAIL: $*" >&2
+  exit 1
+}
+
+# The local items: a folder tree with blanks, non-ASCII letters, nesting, an empty folder and
+# an empty file, plus two files of their own.
+top="$src/Urlaub Kärnten"
+mkdir -p "$top/Tag 1/Straße am See" "$top/leerer Ordner" "$top/Tag 2"
+head -c 300000 /dev/urandom >"$top/Tag 1/Straße am See/Blick über den See.jpg"
+head -c 1 /dev/urandom >"$top/Tag 1/ein Byte"
+printf 'Notizen\r\nmit CR LF\n\0und NUL\n' >"$top/Tag 2/notizen.txt"
+head -c 70000 /dev/urandom >"$top/Tag 2/café crème.bin"
+: >"$top/Tag 2/leer.txt"
+head -c 2500000 /dev/urandom >"$src/Bericht été.pdf"
+printf 'plain\n' >"$src/plain.txt"
+
+tq_start_server "$root" "$user" "$password" || fail "no FTP server"
+echo "server: $TQ_SERVER on 127.0.0.1:21"
+tq_write_settings "$config" 127.0.0.1 /incoming "$user" "$password"
+
+out=$work/out.txt err=$work/err.txt
+set +e
+XDG_CONFIG_HOME=$config timeout 120 "$app" --drop "$top" "$src/Bericht été.pdf" "$src/plain.txt" >"$out" 2>"$err"
+status=$?
+set -e
+echo "drop: exit $status, $(grep -c '^row' "$out") row changes"
+show_rows() {
+  awk -F'\t' '$1 == "row" { last[$2] = $3 } END { for (id in last) print "row " id ": " last[id] }' "$out" >&2
+  tail -n 5 "$err" >&2
+}
+[[ $status -eq 0 ]] || { show_rows; fail "exit status $status"; }
+# The last change of each row is its end, a success.
+last=$(awk -F'\t' '$1 == "row" { last[$2] = $3 } END { for (id in last) print id "\t" last[id] }' "$out" | sort)
+expected=$(printf '0\tDirectory Transfer Complete.\n1\tFile Transfer Complete.\n2\tFile Transfer Complete.')
+[[ $last == "$expected" ]] || fail "rows end as: $last"
+grep -q $'^row\t1\tTransferring: 2.4 MB$' "$out" || fail "no progress shown for the large file"
+# Nothing but row lines on stdout, each with three fields.
+awk -F'\t' 'NF != 3 || $1 != "row" { bad = 1 } END { exit bad }' "$out" || fail "malformed output lines"
+
+# What the server should hold: the items with their names in Latin 1 (as sent), without the
+# empty file.
+expect=$work/expect
+mkdir -p "$expect"
+cp -a "$top" "$src/Bericht été.pdf" "$src/plain.txt" "$expect/"
+rm "$expect/Urlaub Kärnten/Tag 2/leer.txt"
+latin1() { if ((TQ_NAMES_AS_SENT)); then printf '%s' "$1" | iconv -f UTF-8 -t LATIN1; else printf '%s' "$1"; fi; }
+if ((TQ_NAMES_AS_SENT)); then
+  "$TQ_PYTHON" - "$expect" <<'PY'
+import os, sys
+# Deepest names first, so that renaming a folder does not move what is still to be renamed.
+for folder, dirs, files in os.walk(os.fsencode(sys.argv[1]), topdown=False):
+    for name in dirs + files:
+        latin1 = name.decode("utf-8").encode("latin-1")
+        if latin1 != name:
+            os.rename(os.path.join(folder, name), os.path.join(folder, latin1))
+PY
+fi
+diff -r "$expect" "$root/incoming" || fail "the server's files differ from the local ones"
+arrived=$root/incoming/$(latin1 "Urlaub Kärnten")
+[[ ! -e "$arrived/Tag 2/leer.txt" ]] || fail "the empty file was sent"
+[[ -d "$arrived/leerer Ordner" ]] || fail "the empty folder is missing"
+echo "server files: $(find "$root/incoming" -type f | wc -l) files equal to the local ones"
+
+# A refused login: the row shows the server's answer, the exit status is 1.
+tq_write_settings "$config" 127.0.0.1 /incoming "$user" wrong-password
+set +e
+XDG_CONFIG_HOME=$config timeout 60 "$app" --drop "$src/plain.txt" >"$out" 2>"$err"
+status=$?
+set -e
+[[ $status -eq 1 ]] || { show_rows; fail "a refused login gave exit status $status"; }
+tail -n 1 "$out" | grep -q $'^row\t0\tError: 530' || fail "refused login row: $(tail -n 1 "$out")"
+
+# Missing settings: exit status 2 and a message, no window.
+tq_write_settings "$config" 127.0.0.1 /incoming "$user" ""
+set +e
+XDG_CONFIG_HOME=$config timeout 60 "$app" --drop "$src/plain.txt" >"$out" 2>"$err"
+status=$?
+set -e
+[[ $status -eq 2 ]] || fail "missing settings gave exit status $status"
+grep -q "settings missing: Password" "$err" || fail "missing settings message: $(cat "$err")"
+[[ ! -s $out ]] || fail "missing settings printed rows"
+echo "PASS"
