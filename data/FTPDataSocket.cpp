@@ -28,7 +28,7 @@ bool FTPDataSocket::TypeIs(std::initializer_list<const char*> types) const {
   if (!Session) return false;
   const QString type = Session->GetFTPSessionType();
   for (const char* candidate : types)
-    if (Same(type, QString::fromLatin1(candidate))) return true;
+    if (type.compare(QLatin1String(candidate), Qt::CaseInsensitive) == 0) return true;
   return false;
 }
 

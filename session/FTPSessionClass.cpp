@@ -246,7 +246,7 @@ const DispatchRow kDispatchTable[] = {
 
 void Dispatch(FTPSessionClass& session, const QString& line, qint32 code) {
   for (const DispatchRow& row : kDispatchTable) {
-    if (Same(session.FTPSessionType, QString::fromLatin1(row.sessionType))) {
+    if (session.FTPSessionType.compare(QLatin1String(row.sessionType), Qt::CaseInsensitive) == 0) {
       (session.*row.machine)(line, code);
       return;
     }

@@ -22,7 +22,9 @@ bool FTPSessionClass::FinalLineHyphenForm(const QString& line) {
   return Mid(line, 1, 1) != QStringLiteral(" ") && Mid(line, 4, 1) != QStringLiteral("-");
 }
 
-bool FTPSessionClass::StepIs(const char* step) const { return Same(CurrentFTPStep, QString::fromLatin1(step)); }
+bool FTPSessionClass::StepIs(const char* step) const {
+  return CurrentFTPStep.compare(QLatin1String(step), Qt::CaseInsensitive) == 0;
+}
 
 bool FTPSessionClass::CodeIn(qint32 code, std::initializer_list<qint32> codes) {
   for (qint32 accepted : codes)
