@@ -389,6 +389,8 @@ void SocketCore::OnWritable() {
 
 void SocketCore::ReadAvailable() {
   qint64 readNow = 0;
+  // One allocation for the whole round: growing the buffer piece by piece would copy it.
+  if (incoming_.capacity() - incoming_.size() < kReadChunk) incoming_.reserve(incoming_.size() + kReadChunk);
   while (state_ == State::Connected && readNow < kReadChunk) {
     if (incoming_.size() >= kMaxUnread) {
       readPaused_ = true;
@@ -396,7 +398,7 @@ void SocketCore::ReadAvailable() {
       return;
     }
     const qint64 oldSize = incoming_.size();
-    const qint64 room = std::min<qint64>(64 * 1024, kReadChunk - readNow);
+    const qint64 room = kReadChunk - readNow;
     incoming_.resize(oldSize + room);
     const IoResult result = TransportRead(incoming_.data() + oldSize, room);
     incoming_.resize(oldSize + (result.status == IoStatus::Done ? result.bytes : 0));
