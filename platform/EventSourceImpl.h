@@ -1,5 +1,6 @@
 #pragma once
-// Template part of EventSource.
+// Template and inline part of EventSource; included at the end of EventSource.h.
+#include "platform/EventSource.h"
 #include "platform/Exceptions.h"
 
 namespace velmar {
