@@ -105,11 +105,15 @@ FTPSessionClass::DataLeg FTPSessionClass::DataConnectionSteps(const QString& rep
   return DataLeg::NotASubStep;
 }
 
-void FTPSessionClass::StoreNextFile(const QString& replyLine, DataLeg leg) {
+bool FTPSessionClass::UploadDataLegSteps(const QString& replyLine, qint32 replyCode) {
+  const DataLeg leg = DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never);
+  if (leg == DataLeg::NotASubStep) return false;
+  if (leg == DataLeg::Handled) return true;
   const QString name = GetNextFileName();
   Deref(DataSocket, "DataSocket").PutFileName(name);
   if (leg == DataLeg::PassiveReady) CalcSetPassivePort(replyLine);
   NextFTPStep(QStringLiteral("STOR"), QStringLiteral("STOR ") + name, QStringLiteral("Send file ") + name);
+  return true;
 }
 
 }  // namespace velmar

@@ -85,17 +85,7 @@ void FTPSessionClass::ExecutePutSingleFileSteps(const QString& replyLine, qint32
     ChooseDataMode(FirstSet);
     return;
   }
-  // In active mode nothing listens: the announced port is only stored.
-  switch (const DataLeg leg = DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never)) {
-    case DataLeg::PassiveReady:
-    case DataLeg::PortAccepted:
-      StoreNextFile(replyLine, leg);
-      return;
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
-  }
+  if (UploadDataLegSteps(replyLine, replyCode)) return;
   if (StepIs("STOR")) {
     if (CodeIn(replyCode, {150, 125}))
       Deref(DataSocket, "DataSocket").Poll();

@@ -200,9 +200,11 @@ protected:
   DataLeg DataConnectionSteps(const QString& replyLine, qint32 replyCode, const DataModeSet& set,
                               ListenKind listen);
 
-  // How PutFile and PutSingleFile resume the data leg: the next name goes to the data
-  // socket before the connect (its connected event opens the file), then STOR.
-  void StoreNextFile(const QString& replyLine, DataLeg leg);
+  // The data leg of PutFile and PutSingleFile: in active mode nothing listens (the
+  // announced port is only stored); on 227 or PORT's 200 the next name goes to the data
+  // socket before the connect (its connected event opens the file), then STOR. Returns
+  // false when the step is none of the leg's.
+  bool UploadDataLegSteps(const QString& replyLine, qint32 replyCode);
 
   // The transfer loop that both recursive upload machines share; `resident` picks the
   // ending (quiet for PutDir, QUIT for StartPutDir).

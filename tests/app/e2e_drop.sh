@@ -15,21 +15,7 @@ if ! tq_reexec_in_netns "${BASH_SOURCE[0]}" "$app"; then
   exit 77
 fi
 
-work=$(mktemp -d /tmp/tq-e2e.XXXXXX)
-cleanup() {
-  tq_stop_server
-  rm -rf "$work"
-}
-trap cleanup EXIT
-chmod 755 "$work"
-src=$work/src root=$work/root config=$work/config
-user=tqe2e$$ password=pw-$RANDOM-$$
-mkdir -p "$src" "$root/incoming"
-
-fail() {
-  echo "FAIL: $*" >&2
-  exit 1
-}
+tq_make_workspace tq-e2e tqe2e
 
 # The local items: a folder tree with blanks, non-ASCII letters, nesting, an empty folder and
 # an empty file, plus two files of their own.

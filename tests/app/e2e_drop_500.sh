@@ -18,21 +18,7 @@ if ! tq_reexec_in_netns "${BASH_SOURCE[0]}" "$app" "$count"; then
   exit 77
 fi
 
-work=$(mktemp -d /tmp/tq-e2e500.XXXXXX)
-cleanup() {
-  tq_stop_server
-  rm -rf "$work"
-}
-trap cleanup EXIT
-chmod 755 "$work"
-src=$work/src root=$work/root config=$work/config
-user=tqmany$$ password=pw-$RANDOM-$$
-mkdir -p "$src" "$root/incoming"
-
-fail() {
-  echo "FAIL: $*" >&2
-  exit 1
-}
+tq_make_workspace tq-e2e500 tqmany
 
 items=()
 for ((i = 0; i < count; i++)); do

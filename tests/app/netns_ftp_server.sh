@@ -238,3 +238,20 @@ tq_write_settings() {
   mkdir -p "$folder"
   (umask 077 && printf '%s\n%s\n%s\n%s\n' "$server" "$path" "$user" "$password" >"$folder/Skelvane")
 }
+
+# tq_make_workspace NAME USERPREFIX: a temporary folder (removed, with the server, on exit)
+# holding src/, root/incoming/ and config/, and a fresh FTP account name and password; sets
+# work, src, root, config, user and password.
+tq_make_workspace() {
+  work=$(mktemp -d "/tmp/$1.XXXXXX")
+  trap 'tq_stop_server; rm -rf "$work"' EXIT
+  chmod 755 "$work"
+  src=$work/src root=$work/root config=$work/config
+  user=$2$$ password=pw-$RANDOM-$$
+  mkdir -p "$src" "$root/incoming"
+}
+
+fail() {
+  echo "FAIL: $*" >&2
+  exit 1
+}
