@@ -106,14 +106,43 @@ FTPSessionClass::DataLeg FTPSessionClass::DataConnectionSteps(const QString& rep
 }
 
 bool FTPSessionClass::UploadDataLegSteps(const QString& replyLine, qint32 replyCode) {
+  return UploadDataLegSteps(replyLine, replyCode, ListenKind::Never, [this](const QString& name) {
+    NextFTPStep(QStringLiteral("STOR"), QStringLiteral("STOR ") + name, QStringLiteral("Send file ") + name);
+  });
+}
+
+bool FTPSessionClass::UploadDataLegSteps(const QString& replyLine, qint32 replyCode, ListenKind listen,
+                                         const std::function<void(const QString& name)>& resume) {
   const DataLeg leg = DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Never);
   if (leg == DataLeg::NotASubStep) return false;
   if (leg == DataLeg::Handled) return true;
   const QString name = GetNextFileName();
   Deref(DataSocket, "DataSocket").PutFileName(name);
   if (leg == DataLeg::PassiveReady) CalcSetPassivePort(replyLine);
-  NextFTPStep(QStringLiteral("STOR"), QStringLiteral("STOR ") + name, QStringLiteral("Send file ") + name);
+  if (leg == DataLeg::PortAccepted && listen == ListenKind::Late) DataSocket->Listen();
+  resume(name);
   return true;
+}
+
+bool FTPSessionClass::DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode) {
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+    return true;
+  }
+  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
+    case DataLeg::PassiveReady:
+      CalcSetPassivePort(replyLine);
+      [[fallthrough]];
+    case DataLeg::PortAccepted:
+      NextFTPStep(QStringLiteral("TYPE"), QStringLiteral("TYPE ") + FTPTransferType,
+                  QStringLiteral("Change transfer type."));
+      return true;
+    case DataLeg::Handled:
+      return true;
+    case DataLeg::NotASubStep:
+      break;
+  }
+  return false;
 }
 
 }  // namespace velmar

@@ -32,6 +32,20 @@ bool FTPDataSocket::TypeIs(std::initializer_list<const char*> types) const {
   return false;
 }
 
+bool FTPDataSocket::LeftOverFromUnusedConnection() const {
+  if (!Session) return false;
+  static const char* const kUnusedBy[] = {"DeleteSingleFile", "GetStatus", "GetSystemInfo"};
+  for (const char* type : kUnusedBy)
+    if (connectedFor_.compare(QLatin1String(type), Qt::CaseInsensitive) == 0)
+      return !TypeIs({type});
+  return false;
+}
+
+void FTPDataSocket::TransportConnected() {
+  SSLSocket::TransportConnected();
+  connectedFor_ = Session ? Session->GetFTPSessionType() : QString();
+}
+
 void FTPDataSocket::End(const QString& text) {
   if (Session) Session->EndFTPSession(text);
 }
@@ -58,6 +72,9 @@ void FTPDataSocket::ParseDirectoryList(const QString& listing) {
 
 void FTPDataSocket::PutFileName(const QString& name) {
   FileName = name;
+  // A new transfer: whatever DataStream holds belongs to an earlier one.
+  streamOfThisTransfer_ = false;
+  restartPending_ = false;
   if (TypeIs({"GetDir", "GetDirImmediate", "GetFile", "GetSingleFile"})) {
     CreateFileToReceive(LocalChild(FileName));
   } else if (TypeIs({"RestartGetSingleFile"})) {
@@ -79,7 +96,13 @@ void FTPDataSocket::PutFileName(const QString& name) {
 }
 
 void FTPDataSocket::SetRestartPosition() {
-  if (!DataStream || !Session) return;
+  if (!Session) return;
+  if (!streamOfThisTransfer_ || !DataStream || !DataStream->IsOpen()) {
+    // The connection is not up yet (always so in active mode, where the server connects
+    // after STOR): the connected event opens the file and sends from the offset then.
+    restartPending_ = true;
+    return;
+  }
   DataStream->SetPosition(Session->RestartByteCount);
   const QByteArray block = DataStream->Read(Session->SendBufferSize);
   // Progress of a restarted upload counts from zero.
@@ -114,14 +137,21 @@ bool FTPDataSocket::CreateFileToReceive(const std::shared_ptr<FolderItem>& item)
 // ---- Connected ----------------------------------------------------------------------
 
 void FTPDataSocket::Event_Connected() {
-  if (!Session) return;
+  if (!Session || LeftOverFromUnusedConnection()) return;
   if (TypeIs({"PutDir", "PutDirImmediate"})) {
     if (OpenFileToSend(At(Session->Paths, Session->CurrentFileIndex))) SendFirstBlock();
   } else if (TypeIs({"PutFile", "PutSingleFile"})) {
     if (OpenFileToSend(Session->GetLocalDirectoryPathName() + FileName)) SendFirstBlock();
   } else if (TypeIs({"RestartPutSingleFile"})) {
-    // No block here: SetRestartPosition sends the first one from the restart offset.
-    if (OpenFileToSend(Session->GetLocalDirectoryPathName() + FileName)) Session->ResetConnectionTimer();
+    // No block here: SetRestartPosition sends the first one from the restart offset, now if
+    // the offset is already known.
+    if (OpenFileToSend(Session->GetLocalDirectoryPathName() + FileName)) {
+      Session->ResetConnectionTimer();
+      if (restartPending_) {
+        restartPending_ = false;
+        SetRestartPosition();
+      }
+    }
   } else if (TypeIs({"DeleteDir", "DeleteDirImmediate", "GetFile", "GetSingleFile", "GetDir", "GetDirImmediate",
                      "GetDirListImmediate"})) {
     Poll();
@@ -139,6 +169,7 @@ bool FTPDataSocket::OpenFileToSend(const QString& path) {
     End(QStringLiteral("Cannot open file: ") + FileName);
     return false;
   }
+  streamOfThisTransfer_ = true;
   return true;
 }
 
@@ -154,7 +185,7 @@ void FTPDataSocket::SendFirstBlock() {
 
 void FTPDataSocket::Event_SendComplete(bool userAborted) {
   (void)userAborted;
-  if (!Session) return;
+  if (!Session || LeftOverFromUnusedConnection()) return;
   if (TypeIs({"PutDir", "PutDirImmediate", "PutFile", "PutSingleFile", "RestartPutSingleFile"})) {
     if (!DataStream) return;
     if (DataStream->EOF()) {
@@ -187,7 +218,7 @@ void FTPDataSocket::Event_SendComplete(bool userAborted) {
 // ---- Receiving -----------------------------------------------------------------------
 
 void FTPDataSocket::Event_DataAvailable() {
-  if (!Session) return;
+  if (!Session || LeftOverFromUnusedConnection()) return;
   if (TypeIs({"GetDir", "GetDirImmediate", "GetFile", "GetSingleFile", "RestartGetSingleFile"})) {
     // In a download FileData is a marker, not a buffer: the last block read.
     FileData = ReadAll();
@@ -227,7 +258,7 @@ void FTPDataSocket::EndOfReceivedFile(bool peerFinished, const QString& code) {
 }
 
 void FTPDataSocket::Event_Error() {
-  if (!Session) return;
+  if (!Session || LeftOverFromUnusedConnection()) return;
   const qint32 code = LastErrorCode();
   const QString number = Str(code);
   const bool peerFinished = code == ErrorPeerClosed;

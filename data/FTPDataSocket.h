@@ -41,6 +41,8 @@ public:
   // Turns a received listing into the session's directory tree.
   virtual void ParseDirectoryList(const QString& listing);
   void PutFileName(const QString& name);
+  // Moves DataStream to Session->RestartByteCount and sends the first block from there; before
+  // the connection is up, the connected event does it.
   void SetRestartPosition();
 
   void Event_DataAvailable() override;
@@ -50,9 +52,14 @@ public:
 
 protected:
   std::shared_ptr<void> Anchor() override;
+  void TransportConnected() override;
 
 private:
   bool TypeIs(std::initializer_list<const char*> types) const;
+  // A connection made for an operation that never uses it (a delete or a server query
+  // agrees on one all the same) once another operation runs: its late close is not an
+  // event of that operation.
+  bool LeftOverFromUnusedConnection() const;
   void End(const QString& text);
   // Opens the local file to send; false when the session has been ended.
   bool OpenFileToSend(const QString& path);
@@ -61,6 +68,13 @@ private:
   bool CreateFileToReceive(const std::shared_ptr<FolderItem>& item);
   std::shared_ptr<FolderItem> LocalChild(const QString& name) const;
   void EndOfReceivedFile(bool peerFinished, const QString& code);
+
+  // DataStream was opened for the name of the running transfer (not left by an earlier one).
+  bool streamOfThisTransfer_ = false;
+  // SetRestartPosition came before the connection: the connected event carries it out.
+  bool restartPending_ = false;
+  // The session type under which the present connection came up.
+  QString connectedFor_;
 };
 
 }  // namespace velmar

@@ -26,22 +26,7 @@ void FTPSessionClass::DeleteLocalFile(const QString& name) {
 // Data connection first, then TYPE, then the transfer.
 void FTPSessionClass::ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
-  if (StepIs("START")) {
-    ChooseDataMode(FirstSet);
-    return;
-  }
-  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      [[fallthrough]];
-    case DataLeg::PortAccepted:
-      NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
-      return;
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
-  }
+  if (DataLegThenTypeSteps(replyLine, replyCode)) return;
   if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("GETFILE", "NOOP", "Get file ");
@@ -61,16 +46,20 @@ void FTPSessionClass::ExecuteGetSingleFileSteps(const QString& replyLine, qint32
     else
       ErrorBranch(replyLine);
   } else if (StepIs("FILEEND")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    // "226" and the data connection's close come in either order: until the close has
-    // emptied FileData, ask the server with real NOOPs.
-    if (Deref(DataSocket, "DataSocket").FileData.isEmpty())
-      Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
-    else
-      NextFTPStep("FILEEND", "FORCENOOP", "Get file ");
+    FileEndStep(replyLine, replyCode);
   } else {
     UnknownStepBranch();
   }
+}
+
+void FTPSessionClass::FileEndStep(const QString& replyLine, qint32 replyCode) {
+  if (replyCode != 200) return ErrorBranch(replyLine);
+  // "226" and the data connection's close come in either order: until the close has
+  // emptied FileData, ask the server with real NOOPs. The receiver is called untested.
+  if (Deref(DataSocket, "DataSocket").FileData.isEmpty())
+    Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
+  else
+    NextFTPStep("FILEEND", "FORCENOOP", "Get file ");
 }
 
 // TYPE first, then the data connection, then the transfer.
@@ -86,16 +75,17 @@ void FTPSessionClass::ExecutePutSingleFileSteps(const QString& replyLine, qint32
     return;
   }
   if (UploadDataLegSteps(replyLine, replyCode)) return;
-  if (StepIs("STOR")) {
-    if (CodeIn(replyCode, {150, 125}))
-      Deref(DataSocket, "DataSocket").Poll();
-    else if (CodeIn(replyCode, {226, 250}))
-      QuietEnd("File Transfer Complete.");
-    else
-      ErrorBranch(replyLine);
-  } else {
+  if (StepIs("STOR"))
+    StoreStep(replyLine, replyCode);
+  else
     UnknownStepBranch();
-  }
+}
+
+void FTPSessionClass::StoreStep(const QString& replyLine, qint32 replyCode) {
+  if (CodeIn(replyCode, {150, 125}))
+    Deref(DataSocket, "DataSocket").Poll();
+  else
+    QuietEndIf(CodeIn(replyCode, {226, 250}), replyLine, "File Transfer Complete.");
 }
 
 }  // namespace velmar

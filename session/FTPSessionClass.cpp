@@ -235,13 +235,28 @@ struct DispatchRow {
 // Session type -> machine, in the order of the tests; the first equal name wins.
 // A row is added here when its machine exists.
 const DispatchRow kDispatchTable[] = {
+    {"AbortTransfer", &FTPSessionClass::ExecuteAbortTransferSteps},
+    {"ChangeDir", &FTPSessionClass::ExecuteChangeDirSteps},
+    {"ParentDir", &FTPSessionClass::ExecuteParentDirSteps},
     {"PutDir", &FTPSessionClass::ExecutePutDirSteps},
     {"PutDirImmediate", &FTPSessionClass::ExecutePutDirImmediateSteps},
     {"PutFile", &FTPSessionClass::ExecutePutFileSteps},
     {"PutSingleFile", &FTPSessionClass::ExecutePutSingleFileSteps},
+    {"RestartPutSingleFile", &FTPSessionClass::ExecuteRestartPutSingleFileSteps},
     {"GetSingleFile", &FTPSessionClass::ExecuteGetSingleFileSteps},
+    {"RestartGetSingleFile", &FTPSessionClass::ExecuteRestartGetSingleFileSteps},
+    {"DeleteSingleFile", &FTPSessionClass::ExecuteDeleteSingleFileSteps},
+    {"RemoveDir", &FTPSessionClass::ExecuteRemoveDirSteps},
+    {"MakeDir", &FTPSessionClass::ExecuteMakeDirSteps},
+    {"RenameSingleFile", &FTPSessionClass::ExecuteRenameSingleFileSteps},
+    {"ChmodSingleFile", &FTPSessionClass::ExecuteChmodSingleFileSteps},
+    {"GetWorkingDir", &FTPSessionClass::ExecuteGetWorkingDirSteps},
     {"Logon", &FTPSessionClass::ExecuteLogonSteps},
     {"Logoff", &FTPSessionClass::ExecuteLogoffSteps},
+    {"GetSystemInfo", &FTPSessionClass::ExecuteSystemInfoSteps},
+    {"GetStatus", &FTPSessionClass::ExecuteStatusSteps},
+    {"SITECommand", &FTPSessionClass::ExecuteSITESteps},
+    {"DirectCommand", &FTPSessionClass::ExecuteDirectCommandSteps},
 };
 
 void Dispatch(FTPSessionClass& session, const QString& line, qint32 code) {

@@ -69,7 +69,10 @@ public:
   QList<std::shared_ptr<FolderItem>> FileFolderItems;
   double SessionStartTime = 0;
   qint32 RestartByteCount = 0;
-  QString DirectCommand;
+  // The caller's text of SITECommand and DirectCommand. C++ cannot give a field and a
+  // method one name, so the field is DirectCommandText here; the shell calls it
+  // DirectCommand, as it calls the operation.
+  QString DirectCommandText;
   bool FTPS = false;
 
   // Constructor() and Constructor(id). Make sessions with std::make_shared: a running
@@ -94,22 +97,38 @@ public:
   virtual void SetServerEncoding(const TextEncoding& encoding);
   virtual void SetLocalFolderItem(const std::shared_ptr<FolderItem>& item);
   virtual void SetDataPortRange(qint32 start, qint32 end);
+  virtual void ChangeDir();
+  virtual void ChmodSingleFile();
+  virtual void DeleteSingleFile();
   virtual void EndFTPSession(const QString& text);
   virtual QString GetCurrentFTPStep();
   virtual QString GetDirFromPath(const QString& path);
   virtual void GetFiles(const QString& serverPrefix, const QString& localPath);
   virtual void GetSingleFile();
+  virtual void GetStatus();
+  virtual void GetSystemInfo();
+  virtual void GetWorkingDir();
   virtual void Logoff();
   virtual void Logon();
+  virtual void MakeDir();
   virtual void NextFTPStep(const QString& step, const QString& command, const QString& statusText);
   virtual void ParseCommandBuffer();
   virtual void PutDir();
   virtual void PutSingleFile();
+  virtual void RemoveDir();
+  virtual void RenameSingleFile();
   virtual void ResetConnectionTimer();
   virtual void StartPutDir();
   virtual void StartPutFile();
   virtual QString GetFTPSessionType();
   virtual void ParseCommandBuffer(qint32 code);
+  virtual void ParentDir();
+  virtual void RestartGetSingleFile();
+  virtual void RestartPutSingleFile();
+  virtual void AbortTransfer();
+  virtual void SITECommand(const QString& command);
+  virtual void DirectCommand(const QString& command);
+  virtual void ExecuteDirectCommandSteps(const QString& replyLine, qint32 replyCode);
   virtual QString GetVelmarVersion();
 
   // Plain methods.
@@ -127,8 +146,22 @@ public:
   // The step machines.
   void ExecuteLogonSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteLogoffSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteChangeDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteParentDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteMakeDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteRemoveDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetWorkingDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteDeleteSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteRenameSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteChmodSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteStatusSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteSystemInfoSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteSITESteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteRestartGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteRestartPutSingleFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteAbortTransferSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutDirSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutDirImmediateSteps(const QString& replyLine, qint32 replyCode);
@@ -146,14 +179,19 @@ protected:
   void ErrorBranch(const QString& replyLine);
   void ErrorBranchCR(const QString& replyLine);
   void QuietEnd(const QString& message);
+  // The one reply of a one-command step: the accepted code ends quietly with `message`,
+  // any other takes the error branch.
+  void QuietEndIf(bool accepted, const QString& replyLine, const QString& message);
 
   // Prologue of the resident family: the SocketsActive guard, the session type, the
   // first step (run at once and synchronously through the "NOOP" pseudo-command, unless
   // another first command is given), then Buffer cleared, the timer re-armed and
   // IgnoreCancel set. Returns false when the guard failed. `prepare` runs after NT is
   // cleared, before the first step.
-  bool EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
-                     const std::function<void()>& prepare = {}, const char* firstCommand = "NOOP");
+  // `ignoreCancelFirst` sets IgnoreCancel before the timer is re-armed rather than after.
+  bool EnterResident(const char* sessionType, const char* firstStep, const QString& statusText,
+                     const std::function<void()>& prepare = {}, const char* firstCommand = "NOOP",
+                     bool ignoreCancelFirst = false);
 
   // Prologue of the connecting family: first step shown (nothing sent), Buffer cleared,
   // timer armed, both sockets made anew and the control connection opened. `prepare`
@@ -205,6 +243,23 @@ protected:
   // socket before the connect (its connected event opens the file), then STOR. Returns
   // false when the step is none of the leg's.
   bool UploadDataLegSteps(const QString& replyLine, qint32 replyCode);
+  // The same leg with the machine's own listen (Never or Late, done once the name is with
+  // the data socket) and its own resume, given the name.
+  bool UploadDataLegSteps(const QString& replyLine, qint32 replyCode, ListenKind listen,
+                          const std::function<void(const QString& name)>& resume);
+  // "STOR" of the uploads: 150 or 125 wait, 226 or 250 end quietly.
+  void StoreStep(const QString& replyLine, qint32 replyCode);
+
+  // The head of the machines that agree on a data connection before the transfer type:
+  // "START" chooses the mode, the first set's legs listen early, and both resume by
+  // sending TYPE (step "TYPE"). Returns false when the step is none of these.
+  bool DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode);
+  // "FILEEND" of the downloads: done once the data connection's close has emptied
+  // FileData, else one more real NOOP to wait for it.
+  void FileEndStep(const QString& replyLine, qint32 replyCode);
+  // STAT and SYST: one machine with its own step, command, status text and reply code.
+  void ServerQuerySteps(const QString& replyLine, qint32 replyCode, const char* queryStep, const char* command,
+                        const char* statusText, qint32 acceptedCode);
 
   // The transfer loop that both recursive upload machines share; `resident` picks the
   // ending (quiet for PutDir, QUIT for StartPutDir).

@@ -51,16 +51,25 @@ void FTPSessionClass::QuietEnd(const QString& message) {
   if (FTPStatusInstance) FTPStatusInstance->Successful_FTP(message);
 }
 
+void FTPSessionClass::QuietEndIf(bool accepted, const QString& replyLine, const QString& message) {
+  if (accepted)
+    QuietEnd(message);
+  else
+    ErrorBranch(replyLine);
+}
+
 // ---- Entry prologues ----------------------------------------------------------------
 
-bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const char* statusText,
-                                    const std::function<void()>& prepare, const char* firstCommand) {
+bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const QString& statusText,
+                                    const std::function<void()>& prepare, const char* firstCommand,
+                                    bool ignoreCancelFirst) {
   if (!SocketsActive()) return false;
   FTPSessionType = QString::fromLatin1(sessionType);
   NT = false;
   if (prepare) prepare();
-  NextFTPStep(QString::fromLatin1(firstStep), QString::fromLatin1(firstCommand), QString::fromLatin1(statusText));
+  NextFTPStep(QString::fromLatin1(firstStep), QString::fromLatin1(firstCommand), statusText);
   Buffer.clear();
+  if (ignoreCancelFirst) IgnoreCancel = true;
   ResetConnectionTimer();
   IgnoreCancel = true;
   return true;

@@ -4,14 +4,11 @@
 #include "session/FTPCommandSocket.h"
 #include "session/FTPConnectionTimer.h"
 #include "session/FTPSessionClass.h"
-#include "support/RecordingStatus.h"
-#include "support/ScriptedFtpServer.h"
-#include "support/TestEventLoop.h"
+#include "support/LoggedOnFixture.h"
 #include "support/TestFiles.h"
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -25,8 +22,6 @@ QByteArray Pattern(qsizetype size) {
   for (qsizetype i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 251) & 0xff);
   return bytes;
 }
-
-
 
 TEST(DataPorts, NextDataPortWrapsToTheStartOfTheRange) {
   FTPSessionClass session;
@@ -56,29 +51,7 @@ TEST(DataPorts, PassiveRepliesAreParsedFromTheParentheses) {
   EXPECT_EQ(session.CalculatePassivePort("227 (1,2,3)"), 0);
 }
 
-struct TransferFixture : ::testing::Test {
-  ScriptedFtpServer server;
-  QTemporaryDir local;
-  std::shared_ptr<FTPSessionClass> session = std::make_shared<FTPSessionClass>();
-  std::shared_ptr<QStringList> log = RecordingStatus::Attach(*session);
-
-  void SetUp() override {
-    ASSERT_TRUE(local.isValid());
-    session->SetLoginInfo("127.0.0.1", "u", "p");
-    session->CommandPort = server.Port();
-    session->SetLocalDirectoryPathName(local.path() + "/");
-  }
-  // Scripts the logon and runs it.
-  void LogOn() {
-    server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
-    session->Logon();
-    ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 1; }));
-    ASSERT_EQ(Ends(*log).first(), "success\tLogon Complete.");
-  }
-  bool WaitForEnds(int count, int timeoutMs = 10000) {
-    return RunUntil([&] { return Ends(*log).size() >= count; }, timeoutMs);
-  }
-};
+using TransferFixture = LoggedOnFixture;
 
 TEST_F(TransferFixture, PortStringNamesTheControlConnectionsLocalAddress) {
   LogOn();

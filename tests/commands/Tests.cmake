@@ -1,0 +1,1 @@
+velmar_add_test(commands_one_command_scripted_test commands/OneCommandScriptedTest.cpp)
