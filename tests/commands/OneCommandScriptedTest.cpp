@@ -275,5 +275,52 @@ TEST_P(OneCommand, RunsAndLeavesTheSessionUsable) {
 INSTANTIATE_TEST_SUITE_P(Rows, OneCommand, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// An abort redirects the data socket by the session type alone: the running download reads
+// no more, and the server's close of its connection reports with the sending words.
+TEST_F(LoggedOnFixture, AbortOfARunningDownload) {
+  LogOn();
+  server.Expect("PASV", {OpenPassive()})
+      .Expect("TYPE I", {Line("200 ok")})
+      .Expect("RETR big", {Line("150 go"), WaitDataConnected(), DataSend(kContent)})
+      .Expect("ABOR", {DataClose(), Delay(50), Raw("426 Connection closed.\r\n226 Abort successful\r\n")})
+      .Expect("PWD", {Line("257 \"/\"")});
+  session->AddFileName("big");
+  session->GetSingleFile();
+  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t5000"); }));
+  session->AbortTransfer();
+  ASSERT_TRUE(WaitForEnds(4));
+  EXPECT_EQ(RecordingStatus::Ends(*log).mid(1),
+            (QStringList{"error\tError while sending the file: 102",
+                         "error\tError: 426 Connection closed.\n226 Abort successful\r\n", "success\tTransfer Aborted"}));
+  session->GetWorkingDir();
+  ASSERT_TRUE(WaitForEnds(5));
+  EXPECT_EQ(RecordingStatus::Ends(*log).last(), kPwd);
+}
+
+// The running upload stops at the next completed block: the server sees the end of a
+// shorter file, and its 226 for that transfer passes quietly before the answer to ABOR.
+TEST_F(LoggedOnFixture, AbortOfARunningUpload) {
+  LogOn();
+  const QByteArray content = RandomBytes(8 * 1024 * 1024, 8);
+  WriteFile(local.filePath("big"), content);
+  server.Expect("TYPE I", {Line("200 ok")})
+      .Expect("PASV", {OpenPassive()})
+      .Expect("STOR big", {Line("150 go"), DataReceiveAll(), Line("226 Transfer complete")})
+      .Expect("ABOR", {Line("226 Abort successful")})
+      .Expect("PWD", {Line("257 \"/\"")});
+  session->AddFileName("big");
+  session->PutSingleFile();
+  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t20480"); }));
+  session->AbortTransfer();
+  ASSERT_TRUE(WaitForEnds(2));
+  EXPECT_EQ(RecordingStatus::Ends(*log).mid(1), QStringList{"success\tTransfer Aborted"});
+  ASSERT_EQ(server.ReceivedData().size(), 1);
+  EXPECT_LT(server.ReceivedData().first().size(), content.size());
+  EXPECT_TRUE(content.startsWith(server.ReceivedData().first()));
+  session->GetWorkingDir();
+  ASSERT_TRUE(WaitForEnds(3));
+  EXPECT_EQ(RecordingStatus::Ends(*log).last(), kPwd);
+}
+
 }  // namespace
 }  // namespace velmar::test

@@ -1,1 +1,2 @@
 velmar_add_test(commands_one_command_scripted_test commands/OneCommandScriptedTest.cpp)
+velmar_add_test(commands_one_command_real_test commands/OneCommandRealServerTest.cpp)
