@@ -308,7 +308,7 @@ TEST(ShellBinary, VersionHelpAndBadOptions) {
   const Result help = ShellProcess::Run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_TRUE(help.out.startsWith("Usage: velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT]"));
-  for (const char* word : {"wait [SECONDS]", "sleep MS", "Squeeze", "ParseCommandBuffer", "FormatBytes",
+  for (const char* word : {"wait [SECONDS]", "sleep MS", "Squeeze", "ParseCommandBuffer", "FormatBytes", "SITECommand",
                            "DataSocket.FileData", "ConnectionTimer.Mode", "ServerPassword"})
     EXPECT_TRUE(help.out.contains(QString::fromUtf8(word))) << word;
 

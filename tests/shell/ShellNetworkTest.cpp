@@ -23,6 +23,35 @@ QStringList Only(const QStringList& lines, const QStringList& kinds) {
   return out;
 }
 
+// The one-command operations as a script calls them: a quoted argument, a field set by
+// its name, and the exit status of the last report.
+TEST(ShellNetwork, OneCommandOperationsTakeTheirWordsAndFields) {
+  ScriptedFtpServer server;
+  server.OnConnect({Line("220 ready")})
+      .Expect("USER alice", {Line("331 ok")})
+      .Expect("PASS s3cret", {Line("230 in")})
+      .Expect("SITE CHMOD 600 x", {Line("200 ok")})
+      .Expect("SITE CHMOD 640 y", {Line("200 ok")})
+      .Expect("CWD pub", {Line("250 ok")})
+      .Expect("RMD pub", {Line("550 not empty")});
+  const Result r = ShellProcess::Run({}, LogonScript(server.Port()) +
+                                             "Logon\nwait 10\n"
+                                             "SITECommand \"CHMOD 600 x\"\nwait 10\n"
+                                             "print DirectCommand\n"
+                                             "set ChmodMask 640\nAddFileName y\nChmodSingleFile\nwait 10\n"
+                                             "SetServerDirectoryPathName pub\nChangeDir\nwait 10\n"
+                                             "print CurrentWorkingDirectory\n"
+                                             "RemoveDir\nwait 10\n");
+  ASSERT_TRUE(r.finished);
+  EXPECT_EQ(r.exitCode, 1) << r.err.toStdString();  // the last report is RMD's refusal
+  EXPECT_TRUE(server.Mismatches().isEmpty()) << server.Mismatches().join("; ").toStdString();
+  EXPECT_EQ(Only(r.Lines(), {"success", "error", "value"}),
+            (QStringList{"success\tLogon Complete.", "success\tFTP SITE command complete",
+                         "value\tDirectCommand\t\"CHMOD 600 x\"", "success\tChmod Command Complete.",
+                         "success\tDirectory Change Complete.", "value\tCurrentWorkingDirectory\t\"\"",
+                         "error\tError: 550 not empty\\n"}));
+}
+
 TEST(ShellNetwork, LogonWaitAndLogoffPrintTheSessionsReports) {
   ScriptedFtpServer server;
   server.OnConnect({Line("220 Scripted server ready")})
