@@ -275,6 +275,25 @@ TEST_P(OneCommand, RunsAndLeavesTheSessionUsable) {
 INSTANTIATE_TEST_SUITE_P(Rows, OneCommand, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// The data connection that a status query agreed on and never used is dropped by the server
+// when the next PASV comes: that close is no event of the upload that sent the PASV.
+TEST_F(LoggedOnFixture, AnUnusedDataConnectionClosingLaterIsNotAnError) {
+  LogOn();
+  WriteFile(local.filePath("f"), kContent);
+  server.Expect("PASV", {OpenPassive()})
+      .Expect("STAT", {WaitDataConnected(), Line("211 ok")})
+      .Expect("TYPE I", {Line("200 ok")})
+      .Expect("PASV", {DataClose(), Delay(100), OpenPassive()})
+      .Expect("STOR f", kUpload);
+  session->GetStatus();
+  ASSERT_TRUE(WaitForEnds(2));
+  session->AddFileName("f");
+  session->PutSingleFile();
+  ASSERT_TRUE(WaitForEnds(3));
+  RunFor(50);
+  EXPECT_EQ(RecordingStatus::Ends(*log).mid(1), (QStringList{kQueried, kTransferred}));
+}
+
 // An abort redirects the data socket by the session type alone: the running download reads
 // no more, and the server's close of its connection reports with the sending words.
 TEST_F(LoggedOnFixture, AbortOfARunningDownload) {
