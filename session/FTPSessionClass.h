@@ -18,6 +18,7 @@ class FTPCommandSocket;
 class FTPConnectionTimer;
 class FTPDataSocket;
 class FTPDirectoryClass;
+class FTPParsedDirListLineClass;
 class FTPStatusClass;
 class FolderItem;
 
@@ -122,6 +123,9 @@ public:
   virtual void StartPutFile();
   virtual QString GetFTPSessionType();
   virtual void ParseCommandBuffer(qint32 code);
+  // One listing line as a record. A read past the line's last token raises
+  // OutOfBoundsException, which nothing in the session catches.
+  virtual std::shared_ptr<FTPParsedDirListLineClass> ParseDirListLine(const QString& line);
   virtual void ParentDir();
   virtual void RestartGetSingleFile();
   virtual void RestartPutSingleFile();

@@ -2,6 +2,7 @@
 
 #include "data/FTPDataSocket.h"
 #include "listing/FTPDirectoryClass.h"
+#include "listing/FTPParsedDirListLineClass.h"
 #include "platform/FolderItem.h"
 #include "session/FTPCommandSocket.h"
 #include "session/FTPConnectionTimer.h"
@@ -398,6 +399,20 @@ struct Fields<FTPDirectoryClass> {
   }
 };
 
+template <>
+struct Fields<FTPParsedDirListLineClass> {
+  static const FieldTable<FTPParsedDirListLineClass>& Table() {
+    using L = FTPParsedDirListLineClass;
+    static const FieldTable<L> table = {
+        Field<L>("Name", &L::Name),         Field<L>("IsDir", &L::IsDir),
+        Field<L>("IsFile", &L::IsFile),     Field<L>("Size", &L::Size),
+        Field<L>("ModTime", &L::ModTime),   Field<L>("ModDate", &L::ModDate),
+        Field<L>("Permissions", &L::Permissions),
+    };
+    return table;
+  }
+};
+
 // Buffer holds bytes; it is read and written as text of the session's encoding.
 Json BufferText(FTPSessionClass& session) {
   return Json::String(session.ServerTextEncoding.Decode(session.Buffer));
@@ -602,6 +617,7 @@ const QList<OperationRow>& Operations() {
       Method("StartPutFile", &S::StartPutFile),
       Method("GetFTPSessionType", &S::GetFTPSessionType),
       Method<void(qint32)>("ParseCommandBuffer", &S::ParseCommandBuffer),
+      Method("ParseDirListLine", &S::ParseDirListLine),
       Method("ParentDir", &S::ParentDir),
       Method("RestartGetSingleFile", &S::RestartGetSingleFile),
       Method("RestartPutSingleFile", &S::RestartPutSingleFile),

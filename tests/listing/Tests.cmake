@@ -1,0 +1,1 @@
+velmar_add_test(listing_parser_test listing/ListingParserTest.cpp)
