@@ -1,5 +1,7 @@
 #include "data/FTPDataSocket.h"
 
+#include "listing/FTPDirectoryClass.h"
+#include "listing/FTPParsedDirListLineClass.h"
 #include "platform/BinaryStream.h"
 #include "platform/Exceptions.h"
 #include "platform/FolderItem.h"
@@ -65,9 +67,25 @@ void FTPDataSocket::SetFileFolderItem(const std::shared_ptr<FolderItem>& item) {
 }
 
 void FTPDataSocket::ParseDirectoryList(const QString& listing) {
-  // The listing parser fills the session's tree from this; until it is in place the text
-  // is kept where a plain listing goes.
-  if (Session) Session->DirectoryFileList = listing;
+  if (!Session) return;
+  // CR, LF and CR LF all end a line. The whole listing goes into the tree in this one call,
+  // so no machine ever sees it half filled.
+  const QString lineEnd = FTPSessionClass::EndOfLine;
+  QList<std::shared_ptr<FTPDirectoryClass>>& tree = Session->DirList;
+  for (const QString& line : Split(ReplaceLineEndings(listing, lineEnd), lineEnd)) {
+    const std::shared_ptr<FTPParsedDirListLineClass> entry = Session->ParseDirListLine(line);
+    const qint32 here = Session->CurrentDirectoryIndex;
+    if (entry->IsDir) {
+      // A link counts as a directory, its arrow and target part of the path.
+      if (entry->Name == QStringLiteral(".") || entry->Name == QStringLiteral("..")) continue;
+      const QString path = Session->CurrentWorkingDirectory + QStringLiteral("/") + entry->Name;
+      const QString parent = Deref(At(tree, here), "DirList entry").GetName();
+      tree.append(std::make_shared<FTPDirectoryClass>(path, parent));
+      At(tree, here)->AddSubDirectory(path);
+    } else if (entry->IsFile) {
+      Deref(At(tree, here), "DirList entry").AddFile(entry->Name);
+    }
+  }
 }
 
 void FTPDataSocket::PutFileName(const QString& name) {

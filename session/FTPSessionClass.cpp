@@ -107,7 +107,22 @@ QString FTPSessionClass::GetVelmarVersion() { return QStringLiteral("5.0.0"); }
 
 qint32 FTPSessionClass::GetFileCount() { return static_cast<qint32>(Files.size()) - 1; }
 
-qint32 FTPSessionClass::GetCurrentDirectoryIndex() { return CurrentDirectoryIndex; }
+qint32 FTPSessionClass::GetCurrentDirectoryIndex(const QString& path) {
+  for (qsizetype i = 0; i < DirList.size(); ++i)
+    if (DirList[i] && Same(DirList[i]->GetName(), path)) return static_cast<qint32>(i);
+  return -1;
+}
+
+QString FTPSessionClass::GetFileFromPath(const QString& path) {
+  const QStringList fields = Split(path, QStringLiteral("/"));
+  return fields.last();
+}
+
+QString FTPSessionClass::UpOneLocalDirectory(const QString& path) {
+  if (FileDelimiter.isEmpty() || path.size() < 2) return QString();
+  const qsizetype at = path.lastIndexOf(FileDelimiter, path.size() - 2, Qt::CaseInsensitive);
+  return at < 0 ? QString() : path.left(at + FileDelimiter.size());
+}
 
 QString FTPSessionClass::GetDirFromPath(const QString& path) {
   const qsizetype at = path.lastIndexOf(FileDelimiter, -1, Qt::CaseInsensitive);

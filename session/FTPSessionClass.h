@@ -145,7 +145,13 @@ public:
   void SetPassivePort(qint32 port);
   qint32 GetFileCount();
   void DeleteLocalFile(const QString& name);
-  qint32 GetCurrentDirectoryIndex();
+  // The index in DirList of the first directory named path, or -1.
+  qint32 GetCurrentDirectoryIndex(const QString& path);
+  // The last "/"-field of a server path (empty after a trailing "/").
+  QString GetFileFromPath(const QString& path);
+  // The local path of the parent folder, ending in FileDelimiter; a trailing delimiter is
+  // stepped over. Empty when there is none.
+  QString UpOneLocalDirectory(const QString& path);
 
   // The step machines.
   void ExecuteLogonSteps(const QString& replyLine, qint32 replyCode);

@@ -634,6 +634,8 @@ const QList<OperationRow>& Operations() {
       Method("CalculatePassivePort", &S::CalculatePassivePort),
       Method("SetPassivePort", &S::SetPassivePort),
       Method("GetFileCount", &S::GetFileCount),
+      Method("GetFileFromPath", &S::GetFileFromPath),
+      Method("UpOneLocalDirectory", &S::UpOneLocalDirectory),
       Method("DeleteLocalFile", &S::DeleteLocalFile),
       Method("GetCurrentDirectoryIndex", &S::GetCurrentDirectoryIndex),
       Function("FormatBytes", &FormatBytesOfReceiver),

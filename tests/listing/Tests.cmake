@@ -1,1 +1,2 @@
 velmar_add_test(listing_parser_test listing/ListingParserTest.cpp)
+velmar_add_test(listing_directory_tree_test listing/DirectoryTreeTest.cpp)
