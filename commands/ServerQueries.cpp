@@ -32,18 +32,7 @@ void FTPSessionClass::ServerQuerySteps(const QString& replyLine, qint32 replyCod
     ChooseDataMode(FirstSet);
     return;
   }
-  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      [[fallthrough]];
-    case DataLeg::PortAccepted:
-      NextFTPStep("NEXT", "NOOP", "NOOP");
-      return;
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
-  }
+  if (DataLegThenNextSteps(replyLine, replyCode)) return;
   if (StepIs("NEXT")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep(queryStep, command, statusText);

@@ -145,4 +145,20 @@ bool FTPSessionClass::DataLegThenTypeSteps(const QString& replyLine, qint32 repl
   return false;
 }
 
+bool FTPSessionClass::DataLegThenNextSteps(const QString& replyLine, qint32 replyCode) {
+  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
+    case DataLeg::PassiveReady:
+      CalcSetPassivePort(replyLine);
+      [[fallthrough]];
+    case DataLeg::PortAccepted:
+      NextFTPStep(QStringLiteral("NEXT"), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
+      return true;
+    case DataLeg::Handled:
+      return true;
+    case DataLeg::NotASubStep:
+      break;
+  }
+  return false;
+}
+
 }  // namespace velmar

@@ -87,8 +87,7 @@ void FTPSessionClass::ExecutePutDirSteps(const QString& replyLine, qint32 replyC
     return;
   }
   if (StepIs("QUIT")) {
-    if (CommandSocket) Buffer += CommandSocket->ReadAll();
-    EndFTPSession("Directory Transfer Complete.");
+    QuitStep("Directory Transfer Complete.");
     return;
   }
   PutDirLoopSteps(replyLine, replyCode, false);

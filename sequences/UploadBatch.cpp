@@ -59,8 +59,7 @@ void FTPSessionClass::ExecutePutFileSteps(const QString& replyLine, qint32 reply
     return;
   }
   if (StepIs("QUIT")) {
-    if (CommandSocket) Buffer += CommandSocket->ReadAll();
-    EndFTPSession("File Transfer Complete.");
+    QuitStep("File Transfer Complete.");
     return;
   }
   UnknownStepBranch();

@@ -258,6 +258,8 @@ const DispatchRow kDispatchTable[] = {
     {"PutFile", &FTPSessionClass::ExecutePutFileSteps},
     {"PutSingleFile", &FTPSessionClass::ExecutePutSingleFileSteps},
     {"RestartPutSingleFile", &FTPSessionClass::ExecuteRestartPutSingleFileSteps},
+    {"GetDirList", &FTPSessionClass::ExecuteGetDirListSteps},
+    {"GetDirListImmediate", &FTPSessionClass::ExecuteGetDirListImmediateSteps},
     {"GetSingleFile", &FTPSessionClass::ExecuteGetSingleFileSteps},
     {"RestartGetSingleFile", &FTPSessionClass::ExecuteRestartGetSingleFileSteps},
     {"DeleteSingleFile", &FTPSessionClass::ExecuteDeleteSingleFileSteps},

@@ -104,6 +104,7 @@ public:
   virtual void EndFTPSession(const QString& text);
   virtual QString GetCurrentFTPStep();
   virtual QString GetDirFromPath(const QString& path);
+  virtual void GetDirList();
   virtual void GetFiles(const QString& serverPrefix, const QString& localPath);
   virtual void GetSingleFile();
   virtual void GetStatus();
@@ -119,6 +120,7 @@ public:
   virtual void RemoveDir();
   virtual void RenameSingleFile();
   virtual void ResetConnectionTimer();
+  virtual void StartGetDirList();
   virtual void StartPutDir();
   virtual void StartPutFile();
   virtual QString GetFTPSessionType();
@@ -167,6 +169,8 @@ public:
   void ExecuteStatusSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteSystemInfoSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteSITESteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetDirListImmediateSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteRestartGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
@@ -267,6 +271,18 @@ protected:
   // "FILEEND" of the downloads: done once the data connection's close has emptied
   // FileData, else one more real NOOP to wait for it.
   void FileEndStep(const QString& replyLine, qint32 replyCode);
+  // The data leg of the first set with an early listen, resuming through the pseudo-command
+  // at step "NEXT". Returns false when the step is none of the leg's.
+  bool DataLegThenNextSteps(const QString& replyLine, qint32 replyCode);
+  // The steps of both listing machines from the data leg to the listing's 226.
+  bool ListingSteps(const QString& replyLine, qint32 replyCode);
+  // "LISTEND": true once the data socket has handed the listing over; else a real NOOP.
+  bool ListEndStep(const QString& replyLine, qint32 replyCode);
+  // LIST or NLST, with " -a" for hidden entries.
+  QString ListingCommand() const;
+  // "QUIT" of the connecting machines: what is left on the control connection is read,
+  // then the session ends with `message`, whatever the answer.
+  void QuitStep(const QString& message);
   // STAT and SYST: one machine with its own step, command, status text and reply code.
   void ServerQuerySteps(const QString& replyLine, qint32 replyCode, const char* queryStep, const char* command,
                         const char* statusText, qint32 acceptedCode);

@@ -58,6 +58,11 @@ void FTPSessionClass::QuietEndIf(bool accepted, const QString& replyLine, const 
     ErrorBranch(replyLine);
 }
 
+void FTPSessionClass::QuitStep(const QString& message) {
+  if (CommandSocket) Buffer += CommandSocket->ReadAll();
+  EndFTPSession(message);
+}
+
 // ---- Entry prologues ----------------------------------------------------------------
 
 bool FTPSessionClass::EnterResident(const char* sessionType, const char* firstStep, const QString& statusText,

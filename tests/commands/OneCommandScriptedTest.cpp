@@ -5,6 +5,7 @@
 #include "data/FTPDataSocket.h"
 #include "session/FTPConnectionTimer.h"
 #include "support/LoggedOnFixture.h"
+#include "support/OperationRow.h"
 #include "support/TestFiles.h"
 
 #include <functional>
@@ -13,23 +14,6 @@ namespace velmar::test {
 namespace {
 
 using S = FTPSessionClass;
-
-// A command the server expects (a trailing '*' matches any command with that prefix) and
-// what it does then.
-struct Exchange {
-  QString command;
-  QList<ScriptAction> actions;
-};
-
-struct Row {
-  const char* name;
-  std::function<void(S&, const QString& localDir)> start;
-  QList<Exchange> script;
-  QStringList ends;  // the end reports (success, error) of the operation, in order
-  QStringList reports = {};  // reports that must be among the others
-  std::function<void(S&, const QString& localDir, const ScriptedFtpServer&)> after = {};
-};
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 
 // Starts an operation after storing a server path, or after adding names to Files.
 auto InDir(const QString& path, void (S::*operation)()) {
@@ -89,11 +73,10 @@ auto Download(qsizetype from) {
 const QList<ScriptAction> kUpload = {Line("150 go"), DataReceiveAll(), Line("226 stored")};
 
 const QString kChanged = "success\tDirectory Change Complete.";
-const QString kPwd = "success\tThe working directory has been transferred.";
 const QString kQueried = "success\tSystem information received.";
 const QString kTransferred = "success\tFile Transfer Complete.";
 
-const Row kRows[] = {
+const OperationRow kRows[] = {
     // Directory commands: the stored path as it stands, one accepted code each.
     {"ChangeDirSendsTheStoredPath", InDir("pub dir", &S::ChangeDir), {{"CWD pub dir", {Line("250 ok")}}},
      {kChanged}, {"status\tChange directory to: pub dir"},
@@ -241,36 +224,9 @@ const Row kRows[] = {
      {"error\tError: 426 aborted\n"}},
 };
 
-class OneCommand : public LoggedOnFixture, public ::testing::WithParamInterface<Row> {};
+class OneCommand : public LoggedOnFixture, public ::testing::WithParamInterface<OperationRow> {};
 
-TEST_P(OneCommand, RunsAndLeavesTheSessionUsable) {
-  const Row& row = GetParam();
-  LogOn();
-  for (const Exchange& exchange : row.script) {
-    if (exchange.command.endsWith('*'))
-      server.ExpectPrefix(exchange.command.chopped(1), exchange.actions);
-    else
-      server.Expect(exchange.command, exchange.actions);
-  }
-  row.start(*session, local.path() + "/");
-  if (row.ends.isEmpty()) {
-    ASSERT_TRUE(RunUntil([&] { return server.ScriptDone(); }));
-    RunFor(100);
-  } else {
-    ASSERT_TRUE(WaitForEnds(1 + row.ends.size()));
-    RunFor(20);  // nothing more may follow
-  }
-  EXPECT_EQ(RecordingStatus::Ends(*log).mid(1), row.ends);
-  EXPECT_EQ(server.Mismatches(), QStringList());
-  for (const QString& report : row.reports) EXPECT_TRUE(log->contains(report)) << report.toStdString();
-  if (row.after) row.after(*session, local.path() + "/", server);
-
-  // The login survives, whatever the outcome: the next operation runs on it.
-  server.Expect("PWD", {Line("257 \"/\"")});
-  session->GetWorkingDir();
-  ASSERT_TRUE(WaitForEnds(2 + row.ends.size()));
-  EXPECT_EQ(RecordingStatus::Ends(*log).last(), kPwd);
-}
+TEST_P(OneCommand, RunsAndLeavesTheSessionUsable) { RunOperationRow(*this, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(Rows, OneCommand, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.name); });

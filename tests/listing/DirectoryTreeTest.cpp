@@ -49,8 +49,8 @@ TEST(DirectoryTree, CursorsServeTheLastListedFirstAndEachOnce) {
       // The cursor is not adjusted by a delete: an addition puts it on the newest entry.
       {[](D& d) { return Added(d, &D::AddSubDirectory, "/top/w"), d.DeleteSubDirectory("/top/x"), d.GetCurrentSubDirectoryName(); }, ""},
   };
-  for (qsizetype i = 0; i < std::size(steps); ++i) {
-    if (i == std::size(steps) - 1) {
+  for (qsizetype i = 0; i < std::ssize(steps); ++i) {
+    if (i == std::ssize(steps) - 1) {
       // Cursor 2 of two entries: a read past the end.
       EXPECT_THROW(steps[i].step(d), OutOfBoundsException);
       continue;

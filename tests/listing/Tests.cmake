@@ -1,2 +1,3 @@
 velmar_add_test(listing_parser_test listing/ListingParserTest.cpp)
 velmar_add_test(listing_directory_tree_test listing/DirectoryTreeTest.cpp)
+velmar_add_test(listing_scripted_test listing/ListingScriptedTest.cpp)

@@ -1,0 +1,124 @@
+// StartGetDirList (its own connection, then QUIT) and GetDirList (on a logged-on session):
+// the text of one server directory into DirectoryFileList, unparsed. Around the listing
+// command the two machines take the same steps; they differ in their head and their end.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+#include "platform/Strings.h"
+#include "session/FTPCommandSocket.h"
+#include "session/FTPConnectionTimer.h"
+#include "session/FTPStatusClass.h"
+
+namespace velmar {
+
+void FTPSessionClass::StartGetDirList() {
+  EnterConnecting("GetDirList", "CONNECT", "Start Get Directory List Sequence", [this] {
+    DirectoryFileList.clear();
+    Buffer.clear();
+    CurrentDirectoryIndex = 0;
+  });
+}
+
+void FTPSessionClass::GetDirList() {
+  EnterResident("GetDirListImmediate", "START", "Send Get Directory List Command", [this] { DirectoryFileList.clear(); });
+}
+
+QString FTPSessionClass::ListingCommand() const {
+  const QString command = UseNameList ? QStringLiteral("NLST") : QStringLiteral("LIST");
+  return ShowInvisible ? command + QStringLiteral(" -a") : command;
+}
+
+bool FTPSessionClass::ListingSteps(const QString& replyLine, qint32 replyCode) {
+  if (DataLegThenNextSteps(replyLine, replyCode)) return true;
+  if (StepIs("NEXT")) {
+    if (replyCode != 200)
+      ErrorBranch(replyLine);
+    else
+      NextFTPStep("PWD", "PWD", "Get working directory for ");
+  } else if (StepIs("PWD")) {
+    if (replyCode != 257) {
+      ErrorBranch(replyLine);
+    } else {
+      // The path between the first two double quotes; empty when there are none.
+      CurrentWorkingDirectory = NthField(replyLine, QStringLiteral("\""), 2);
+      NextFTPStep("LIST", ListingCommand(), "Get full directory list for " + CurrentWorkingDirectory);
+    }
+  } else if (StepIs("LIST")) {
+    if (CodeIn(replyCode, {150, 125}))
+      Deref(DataSocket, "DataSocket").Poll();
+    else if (replyCode == 226)
+      NextFTPStep("LISTEND", "NOOP", "Get full directory list for " + CurrentWorkingDirectory);
+    else
+      ErrorBranch(replyLine);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool FTPSessionClass::ListEndStep(const QString& replyLine, qint32 replyCode) {
+  if (replyCode != 200) {
+    ErrorBranch(replyLine);
+    return false;
+  }
+  // "226" and the close of the data connection come in either order: the emptied FileData
+  // says that the listing has been handed over. Until then the server paces the polling.
+  if (Deref(DataSocket, "DataSocket").FileData.isEmpty()) return true;
+  NextFTPStep("LISTEND", "FORCENOOP", "Get full directory list for " + CurrentWorkingDirectory);
+  return false;
+}
+
+// The type for listings is always ASCII here, whatever FTPTransferType says.
+void FTPSessionClass::ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineHyphenForm(replyLine)) return;
+  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
+    case PrefixOutcome::LoggedOn: {
+      const QString path = GetServerDirectoryPathName();
+      if (path.isEmpty())
+        NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
+      else
+        NextFTPStep("CWD", "CWD " + path, "Change directory to: " + path);
+      return;
+    }
+    case PrefixOutcome::Handled:
+      return;
+    case PrefixOutcome::NotAPrefixStep:
+      break;
+  }
+  if (StepIs("CWD")) {
+    if (replyCode != 250) return ErrorBranch(replyLine);
+    NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
+  } else if (StepIs("TYPE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    ChooseDataMode(FirstSet);
+  } else if (ListingSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("LISTEND")) {
+    if (ListEndStep(replyLine, replyCode)) NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
+  } else if (StepIs("QUIT")) {
+    // Whatever the answer to QUIT.
+    if (ConnectionTimer) ConnectionTimer->SetMode(0);
+    QuitStep("The file list has been transferred.");
+  } else {
+    UnknownStepBranch();
+  }
+}
+
+// The directory the server is in, in the type the session has; the receiver is called
+// untested and the timer keeps running at the end.
+void FTPSessionClass::ExecuteGetDirListImmediateSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineHyphenForm(replyLine)) return;
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+  } else if (ListingSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("LISTEND")) {
+    if (ListEndStep(replyLine, replyCode))
+      Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("The file list has been transferred.");
+  } else {
+    UnknownStepBranch();
+  }
+}
+
+}  // namespace velmar
