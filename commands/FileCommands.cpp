@@ -23,8 +23,11 @@ void FTPSessionClass::ChmodSingleFile() { EnterResident("ChmodSingleFile", "STAR
 // leaves that connection as it is (connected, or listening) when it ends.
 void FTPSessionClass::ExecuteDeleteSingleFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
-  if (DataLegThenTypeSteps(replyLine, replyCode)) return;
-  if (StepIs("TYPE")) {
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("DELETEFILE", "NOOP", "Deleting file...");
   } else if (StepIs("DELETEFILE")) {

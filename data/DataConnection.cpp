@@ -125,10 +125,6 @@ bool FTPSessionClass::UploadDataLegSteps(const QString& replyLine, qint32 replyC
 }
 
 bool FTPSessionClass::DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode) {
-  if (StepIs("START")) {
-    ChooseDataMode(FirstSet);
-    return true;
-  }
   switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
     case DataLeg::PassiveReady:
       CalcSetPassivePort(replyLine);
@@ -158,6 +154,20 @@ bool FTPSessionClass::DataLegThenNextSteps(const QString& replyLine, qint32 repl
     case DataLeg::NotASubStep:
       break;
   }
+  return false;
+}
+
+bool FTPSessionClass::DataHandedOver(const QString& replyLine, qint32 replyCode, const char* step,
+                                     const QString& statusText) {
+  if (replyCode != 200) {
+    ErrorBranch(replyLine);
+    return false;
+  }
+  // The server's 226 and the close of the data connection come in either order: the data
+  // socket empties FileData when it has closed. Until then the server's answers to real
+  // NOOPs pace the polling.
+  if (Deref(DataSocket, "DataSocket").FileData.isEmpty()) return true;
+  NextFTPStep(QString::fromLatin1(step), QStringLiteral("FORCENOOP"), statusText);
   return false;
 }
 

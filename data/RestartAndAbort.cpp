@@ -26,8 +26,11 @@ void FTPSessionClass::AbortTransfer() { EnterResident("AbortTransfer", "START", 
 // and only 150 waits in "RETR" (a 125 is an error here).
 void FTPSessionClass::ExecuteRestartGetSingleFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
-  if (DataLegThenTypeSteps(replyLine, replyCode)) return;
-  if (StepIs("TYPE")) {
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("GETFILE", "NOOP", "Get file ");
   } else if (StepIs("GETFILE")) {
@@ -40,14 +43,10 @@ void FTPSessionClass::ExecuteRestartGetSingleFileSteps(const QString& replyLine,
     if (replyCode != 350) return ErrorBranch(replyLine);
     NextFTPStep("RETR", "RETR " + DataSocket->GetFileName(), "Get file ");
   } else if (StepIs("RETR")) {
-    if (replyCode == 150)
-      Deref(DataSocket, "DataSocket").Poll();
-    else if (replyCode == 226)
-      NextFTPStep("FILEEND", "NOOP", "Get file ");
-    else
-      ErrorBranch(replyLine);
+    RetrieveStep(replyLine, replyCode, {150});
   } else if (StepIs("FILEEND")) {
-    FileEndStep(replyLine, replyCode);
+    if (DataHandedOver(replyLine, replyCode, "FILEEND", "Get file "))
+      Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
   } else {
     UnknownStepBranch();
   }

@@ -26,40 +26,43 @@ void FTPSessionClass::DeleteLocalFile(const QString& name) {
 // Data connection first, then TYPE, then the transfer.
 void FTPSessionClass::ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
-  if (DataLegThenTypeSteps(replyLine, replyCode)) return;
-  if (StepIs("TYPE")) {
+  if (StepIs("START")) {
+    ChooseDataMode(FirstSet);
+  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("GETFILE", "NOOP", "Get file ");
   } else if (StepIs("GETFILE")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    const QString name = GetNextFileName();
-    // Created and opened first, then any file of that name deleted: the file layer keeps
-    // the one being written.
-    Deref(DataSocket, "DataSocket").PutFileName(name);
-    DeleteLocalFile(name);
-    NextFTPStep("RETR", "RETR " + name, "Get file ");
+    FetchNextFileStep(replyLine, replyCode);
   } else if (StepIs("RETR")) {
-    if (CodeIn(replyCode, {150, 125}))
-      Deref(DataSocket, "DataSocket").Poll();
-    else if (replyCode == 226)
-      NextFTPStep("FILEEND", "NOOP", "Get file ");
-    else
-      ErrorBranch(replyLine);
+    RetrieveStep(replyLine, replyCode, {150, 125});
   } else if (StepIs("FILEEND")) {
-    FileEndStep(replyLine, replyCode);
+    // The receiver is called untested, and the timer goes on running.
+    if (DataHandedOver(replyLine, replyCode, "FILEEND", "Get file "))
+      Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
   } else {
     UnknownStepBranch();
   }
 }
 
-void FTPSessionClass::FileEndStep(const QString& replyLine, qint32 replyCode) {
+void FTPSessionClass::FetchNextFileStep(const QString& replyLine, qint32 replyCode) {
   if (replyCode != 200) return ErrorBranch(replyLine);
-  // "226" and the data connection's close come in either order: until the close has
-  // emptied FileData, ask the server with real NOOPs. The receiver is called untested.
-  if (Deref(DataSocket, "DataSocket").FileData.isEmpty())
-    Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("File Transfer Complete.");
+  const QString name = GetNextFileName();
+  // Created and opened first, then any file of that name deleted: the file layer keeps
+  // the one being written.
+  Deref(DataSocket, "DataSocket").PutFileName(name);
+  DeleteLocalFile(name);
+  NextFTPStep("RETR", "RETR " + name, "Get file ");
+}
+
+void FTPSessionClass::RetrieveStep(const QString& replyLine, qint32 replyCode, std::initializer_list<qint32> waitCodes) {
+  if (CodeIn(replyCode, waitCodes))
+    Deref(DataSocket, "DataSocket").Poll();
+  else if (replyCode == 226)
+    NextFTPStep("FILEEND", "NOOP", "Get file ");
   else
-    NextFTPStep("FILEEND", "FORCENOOP", "Get file ");
+    ErrorBranch(replyLine);
 }
 
 // TYPE first, then the data connection, then the transfer.

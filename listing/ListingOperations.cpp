@@ -57,18 +57,6 @@ bool FTPSessionClass::ListingSteps(const QString& replyLine, qint32 replyCode) {
   return true;
 }
 
-bool FTPSessionClass::ListEndStep(const QString& replyLine, qint32 replyCode) {
-  if (replyCode != 200) {
-    ErrorBranch(replyLine);
-    return false;
-  }
-  // "226" and the close of the data connection come in either order: the emptied FileData
-  // says that the listing has been handed over. Until then the server paces the polling.
-  if (Deref(DataSocket, "DataSocket").FileData.isEmpty()) return true;
-  NextFTPStep("LISTEND", "FORCENOOP", "Get full directory list for " + CurrentWorkingDirectory);
-  return false;
-}
-
 // The type for listings is always ASCII here, whatever FTPTransferType says.
 void FTPSessionClass::ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineHyphenForm(replyLine)) return;
@@ -95,7 +83,8 @@ void FTPSessionClass::ExecuteGetDirListSteps(const QString& replyLine, qint32 re
   } else if (ListingSteps(replyLine, replyCode)) {
     return;
   } else if (StepIs("LISTEND")) {
-    if (ListEndStep(replyLine, replyCode)) NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
+    if (DataHandedOver(replyLine, replyCode, "LISTEND", "Get full directory list for " + CurrentWorkingDirectory))
+      NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
   } else if (StepIs("QUIT")) {
     // Whatever the answer to QUIT.
     if (ConnectionTimer) ConnectionTimer->SetMode(0);
@@ -114,7 +103,7 @@ void FTPSessionClass::ExecuteGetDirListImmediateSteps(const QString& replyLine, 
   } else if (ListingSteps(replyLine, replyCode)) {
     return;
   } else if (StepIs("LISTEND")) {
-    if (ListEndStep(replyLine, replyCode))
+    if (DataHandedOver(replyLine, replyCode, "LISTEND", "Get full directory list for " + CurrentWorkingDirectory))
       Deref(FTPStatusInstance, "FTPStatusInstance").Successful_FTP("The file list has been transferred.");
   } else {
     UnknownStepBranch();

@@ -264,20 +264,23 @@ protected:
   // "STOR" of the uploads: 150 or 125 wait, 226 or 250 end quietly.
   void StoreStep(const QString& replyLine, qint32 replyCode);
 
-  // The head of the machines that agree on a data connection before the transfer type:
-  // "START" chooses the mode, the first set's legs listen early, and both resume by
-  // sending TYPE (step "TYPE"). Returns false when the step is none of these.
+  // The data leg of the machines that agree on a data connection before the transfer
+  // type: the first set, listening early, resuming by sending TYPE (step "TYPE"). Returns
+  // false when the step is none of the leg's.
   bool DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode);
-  // "FILEEND" of the downloads: done once the data connection's close has emptied
-  // FileData, else one more real NOOP to wait for it.
-  void FileEndStep(const QString& replyLine, qint32 replyCode);
+  // "GETFILE" of the downloads: the next name to the data socket (which creates the local
+  // file), any older file of that name deleted, then RETR.
+  void FetchNextFileStep(const QString& replyLine, qint32 replyCode);
+  // "RETR" of the downloads: `waitCodes` wait, 226 goes on to "FILEEND".
+  void RetrieveStep(const QString& replyLine, qint32 replyCode, std::initializer_list<qint32> waitCodes);
+  // "FILEEND" and "LISTEND": true once the data socket has closed and emptied FileData;
+  // else one more real NOOP in `step`. A reply other than 200 takes the error branch.
+  bool DataHandedOver(const QString& replyLine, qint32 replyCode, const char* step, const QString& statusText);
   // The data leg of the first set with an early listen, resuming through the pseudo-command
   // at step "NEXT". Returns false when the step is none of the leg's.
   bool DataLegThenNextSteps(const QString& replyLine, qint32 replyCode);
   // The steps of both listing machines from the data leg to the listing's 226.
   bool ListingSteps(const QString& replyLine, qint32 replyCode);
-  // "LISTEND": true once the data socket has handed the listing over; else a real NOOP.
-  bool ListEndStep(const QString& replyLine, qint32 replyCode);
   // LIST or NLST, with " -a" for hidden entries.
   QString ListingCommand() const;
   // "QUIT" of the connecting machines: what is left on the control connection is read,
