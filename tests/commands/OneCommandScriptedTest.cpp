@@ -261,7 +261,9 @@ TEST_F(LoggedOnFixture, AbortOfARunningDownload) {
       .Expect("PWD", {Line("257 \"/\"")});
   session->AddFileName("big");
   session->GetSingleFile();
-  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t5000"); }));
+  // The abort comes once the transfer runs: a 150 still on its way would be taken for the
+  // answer to ABOR.
+  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t5000") && log->contains("response\t150 go"); }));
   session->AbortTransfer();
   ASSERT_TRUE(WaitForEnds(4));
   EXPECT_EQ(RecordingStatus::Ends(*log).mid(1),
@@ -285,7 +287,7 @@ TEST_F(LoggedOnFixture, AbortOfARunningUpload) {
       .Expect("PWD", {Line("257 \"/\"")});
   session->AddFileName("big");
   session->PutSingleFile();
-  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t20480"); }));
+  ASSERT_TRUE(RunUntil([&] { return log->contains("progress\t20480") && log->contains("response\t150 go"); }));
   session->AbortTransfer();
   ASSERT_TRUE(WaitForEnds(2));
   EXPECT_EQ(RecordingStatus::Ends(*log).mid(1), QStringList{"success\tTransfer Aborted"});
