@@ -260,6 +260,7 @@ const DispatchRow kDispatchTable[] = {
     {"RestartPutSingleFile", &FTPSessionClass::ExecuteRestartPutSingleFileSteps},
     {"GetDirList", &FTPSessionClass::ExecuteGetDirListSteps},
     {"GetDirListImmediate", &FTPSessionClass::ExecuteGetDirListImmediateSteps},
+    {"GetFile", &FTPSessionClass::ExecuteGetFileSteps},
     {"GetSingleFile", &FTPSessionClass::ExecuteGetSingleFileSteps},
     {"RestartGetSingleFile", &FTPSessionClass::ExecuteRestartGetSingleFileSteps},
     {"DeleteSingleFile", &FTPSessionClass::ExecuteDeleteSingleFileSteps},

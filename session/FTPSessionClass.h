@@ -121,6 +121,7 @@ public:
   virtual void RenameSingleFile();
   virtual void ResetConnectionTimer();
   virtual void StartGetDirList();
+  virtual void StartGetFile();
   virtual void StartPutDir();
   virtual void StartPutFile();
   virtual QString GetFTPSessionType();
@@ -171,6 +172,7 @@ public:
   void ExecuteSITESteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetDirListImmediateSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteRestartGetSingleFileSteps(const QString& replyLine, qint32 replyCode);

@@ -615,6 +615,7 @@ const QList<OperationRow>& Operations() {
       Method("RenameSingleFile", &S::RenameSingleFile),
       Method("ResetConnectionTimer", &S::ResetConnectionTimer),
       Method("StartGetDirList", &S::StartGetDirList),
+      Method("StartGetFile", &S::StartGetFile),
       Method("StartPutDir", &S::StartPutDir),
       Method("StartPutFile", &S::StartPutFile),
       Method("GetFTPSessionType", &S::GetFTPSessionType),

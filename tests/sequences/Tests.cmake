@@ -1,3 +1,4 @@
 velmar_add_test(sequences_upload_scripted_test sequences/UploadScriptedTest.cpp)
 velmar_add_test(sequences_transfer_real_test sequences/TransferRealServerTest.cpp)
 velmar_add_test(sequences_large_transfer_test sequences/LargeTransferTest.cpp LABELS large TIMEOUT 900)
+velmar_add_test(sequences_download_scripted_test sequences/DownloadScriptedTest.cpp)

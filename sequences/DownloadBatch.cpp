@@ -1,0 +1,60 @@
+// StartGetFile: its own connection and logon, every name of Files from one server
+// directory into the local folder, each on a data connection and TYPE of its own, then QUIT.
+// The last name added is fetched first.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+
+namespace velmar {
+
+void FTPSessionClass::StartGetFile() { EnterConnecting("GetFile", "CONNECT", "Start Get File Sequence"); }
+
+// Blank form, unlike its sister the upload batch. The status text never names the file.
+void FTPSessionClass::ExecuteGetFileSteps(const QString& replyLine, qint32 replyCode) {
+  if (!FinalLineBlankForm(replyLine)) return;
+  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
+    case PrefixOutcome::LoggedOn: {
+      const QString path = GetServerDirectoryPathName();
+      if (path.isEmpty())
+        NextFTPStep("LOOP", "NOOP", QString());
+      else
+        NextFTPStep("CWD", "CWD " + path, "Change directory to: " + path);
+      return;
+    }
+    case PrefixOutcome::Handled:
+      return;
+    case PrefixOutcome::NotAPrefixStep:
+      break;
+  }
+  if (StepIs("CWD")) {
+    if (replyCode != 250) return ErrorBranch(replyLine);
+    NextFTPStep("LOOP", "NOOP", QString());
+  } else if (StepIs("LOOP")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    ChooseDataMode(FirstSet);
+  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+    return;
+  } else if (StepIs("TYPE")) {
+    if (replyCode != 200) return ErrorBranch(replyLine);
+    NextFTPStep("GETFILE", "NOOP", "Get file ");
+  } else if (StepIs("GETFILE")) {
+    FetchNextFileStep(replyLine, replyCode);
+  } else if (StepIs("RETR")) {
+    RetrieveStep(replyLine, replyCode, {150, 125});
+  } else if (StepIs("FILEEND")) {
+    if (!DataHandedOver(replyLine, replyCode, "FILEEND", "Get file ")) return;
+    if (GetFileCount() < 0) {
+      NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
+    } else {
+      if (!PassiveMode) NextDataPort();
+      NextFTPStep("LOOP", "NOOP", QString());
+    }
+  } else if (StepIs("QUIT")) {
+    QuitStep("File Transfer Complete.");
+  } else {
+    UnknownStepBranch();
+  }
+}
+
+}  // namespace velmar
