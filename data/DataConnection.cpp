@@ -165,8 +165,12 @@ bool FTPSessionClass::DataHandedOver(const QString& replyLine, qint32 replyCode,
   }
   // The server's 226 and the close of the data connection come in either order: the data
   // socket empties FileData when it has closed. Until then the server's answers to real
-  // NOOPs pace the polling.
-  if (Deref(DataSocket, "DataSocket").FileData.isEmpty()) return true;
+  // NOOPs pace the polling. What has already arrived on the data connection is taken in
+  // first, so that a 226 handled before the data socket's own events cannot make an
+  // unread transfer look finished.
+  FTPDataSocket& data = Deref(DataSocket, "DataSocket");
+  data.Poll();
+  if (data.FileData.isEmpty()) return true;
   NextFTPStep(QString::fromLatin1(step), QStringLiteral("FORCENOOP"), statusText);
   return false;
 }

@@ -263,6 +263,8 @@ const DispatchRow kDispatchTable[] = {
     {"GetFile", &FTPSessionClass::ExecuteGetFileSteps},
     {"GetSingleFile", &FTPSessionClass::ExecuteGetSingleFileSteps},
     {"RestartGetSingleFile", &FTPSessionClass::ExecuteRestartGetSingleFileSteps},
+    {"GetDir", &FTPSessionClass::ExecuteGetDirSteps},
+    {"GetDirImmediate", &FTPSessionClass::ExecuteGetDirImmediateSteps},
     {"DeleteSingleFile", &FTPSessionClass::ExecuteDeleteSingleFileSteps},
     {"RemoveDir", &FTPSessionClass::ExecuteRemoveDirSteps},
     {"MakeDir", &FTPSessionClass::ExecuteMakeDirSteps},

@@ -103,6 +103,7 @@ public:
   virtual void DeleteSingleFile();
   virtual void EndFTPSession(const QString& text);
   virtual QString GetCurrentFTPStep();
+  virtual void GetDir();
   virtual QString GetDirFromPath(const QString& path);
   virtual void GetDirList();
   virtual void GetFiles(const QString& serverPrefix, const QString& localPath);
@@ -120,6 +121,7 @@ public:
   virtual void RemoveDir();
   virtual void RenameSingleFile();
   virtual void ResetConnectionTimer();
+  virtual void StartGetDir();
   virtual void StartGetDirList();
   virtual void StartGetFile();
   virtual void StartPutDir();
@@ -173,6 +175,8 @@ public:
   void ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetDirListImmediateSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteGetDirImmediateSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutSingleFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecuteRestartGetSingleFileSteps(const QString& replyLine, qint32 replyCode);
@@ -295,6 +299,16 @@ protected:
   // The transfer loop that both recursive upload machines share; `resident` picks the
   // ending (quiet for PutDir, QUIT for StartPutDir).
   void PutDirLoopSteps(const QString& replyLine, qint32 replyCode, bool resident);
+  // The walk that both recursive download machines share from the first data leg on;
+  // `resident` picks the ending (quiet for GetDir, QUIT for StartGetDir) and whether a path
+  // not found is told.
+  void TreeDownloadSteps(const QString& replyLine, qint32 replyCode, bool resident);
+  void NextFileStep(bool resident);
+  void NextSubdirectoryStep(bool resident);
+  void LeaveDirectoryStep(bool resident);
+  void EnterLocalFolderOf(const QString& serverPath);
+  void PathNotFound(const char* step, bool resident);
+
   // The entry of the upload script at hand.
   QString CurrentPutDirEntry();
 
