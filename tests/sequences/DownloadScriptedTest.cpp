@@ -4,7 +4,10 @@
 #include "data/FTPDataSocket.h"
 #include "session/FTPCommandSocket.h"
 #include "support/LoggedOnFixture.h"
+#include "platform/MsgBox.h"
 #include "support/TestFiles.h"
+
+#include <QFileInfo>
 
 namespace velmar::test {
 namespace {
@@ -76,6 +79,78 @@ TEST_F(DownloadFixture, TheFirstRefusalEndsTheBatch) {
   EXPECT_EQ(RecordingStatus::Ends(*log), QStringList{"error\tError: 550 no such file\n"});
   EXPECT_EQ(session->Files, (QStringList{"a", "b"}));
   EXPECT_EQ(session->CommandSocket, nullptr);
+}
+
+// The exact script of a walk: the root's files from the last listed, its subdirectories from
+// the last listed (b before a), each left by CDUP; a data connection agreed on before each
+// look, also when no file is due; the root's local folder made first.
+TEST_F(DownloadFixture, GetDirWalksDepthFirstFromTheLastListed) {
+  LogOn();
+  const QByteArray root = "-rw-r--r-- 1 o g 1 Jan 1 10:00 f\r\ndrwxr-xr-x 2 o g 1 Jan 1 10:00 a\r\n"
+                          "drwxr-xr-x 2 o g 1 Jan 1 10:00 b\r\n";
+  const auto listing = [](const QByteArray& text) {
+    return QList<ScriptAction>{Line("150 go"), WaitDataConnected(), DataSend(text), DataClose(), Delay(30),
+                               Line("226 ok")};
+  };
+  const auto enter = [&](const QString& path, const QByteArray& text) {
+    server.Expect("PASV", {OpenPassive()})
+        .Expect("CWD " + path, {Line("250 ok")})
+        .Expect("PWD", {Line("257 \"" + path + "\"")})
+        .Expect("LIST -a", listing(text))
+        .Expect("TYPE I", {Line("200 ok")})
+        .Expect("PASV", {OpenPassive()});
+  };
+  server.Expect("PASV", {OpenPassive()})
+      .Expect("CWD /top", {Line("250 ok")})
+      .Expect("PWD", {Line("257 \"/top\"")})
+      .Expect("LIST -a", listing(root))
+      .Expect("TYPE I", {Line("200 ok")})
+      .Expect("PASV", {OpenPassive()})
+      .Expect("RETR /top/f", Served("F"));
+  enter("/top/b", "");  // its file connection is agreed on, and not used
+  server.Expect("CDUP", {Line("250 ok")}).Expect("PWD", {Line("257 \"/top\"")});
+  enter("/top/a", "-rw-r--r-- 1 o g 1 Jan 1 10:00 g\r\n");
+  server.Expect("RETR /top/a/g", Served("G"))
+      .Expect("CDUP", {Line("250 ok")})
+      .Expect("PWD", {Line("257 \"/top\"")})
+      .Expect("CDUP", {Line("250 ok")});
+  session->SetServerDirectoryPathName("/top");
+  session->GetDir();
+  ASSERT_TRUE(WaitForEnds(2)) << server.Mismatches().join("|").toStdString();
+  EXPECT_EQ(RecordingStatus::Ends(*log).last(), "success\tDirectory Transfer Complete.");
+  EXPECT_EQ(server.Mismatches(), QStringList());
+  EXPECT_EQ(ReadFile(local.filePath("top/f")), "F");
+  EXPECT_EQ(ReadFile(local.filePath("top/a/g")), "G");
+  EXPECT_TRUE(QFileInfo(local.filePath("top/b")).isDir());
+  EXPECT_TRUE(session->DirList.isEmpty());
+  EXPECT_EQ(session->LocalDirectory, local.path() + "/top/");
+}
+
+// A root given otherwise than the server's PWD shows it: the walk cannot find its entries and
+// tells the user in the connecting machine. Going on to the next subdirectory twice, it sends
+// CDUP twice, and the second answer comes while the walk waits for PWD.
+TEST_F(DownloadFixture, APathNotFoundIsToldAndTheWalkClimbs) {
+  QStringList boxes;
+  SetMsgBoxHook([&](const QString& text) { boxes.append(text); });
+  ScriptLogon()
+      .Expect("TYPE A", {Line("200 ok")})
+      .Expect("PASV", {OpenPassive()})
+      .Expect("CWD /top/", {Line("250 ok")})
+      .Expect("PWD", {Line("257 \"/top\"")})
+      .Expect("LIST -a", {Line("150 go"), WaitDataConnected(), DataClose(), Delay(30), Line("226 ok")})
+      .Expect("TYPE I", {Line("200 ok")})
+      .Expect("PASV", {OpenPassive()})
+      .Expect("CDUP", {Line("250 ok")})
+      .Expect("CDUP", {Line("550 at the top")})
+      .Expect("PWD", {Line("257 \"/\"")});
+  session->SetServerDirectoryPathName("/top/");
+  session->StartGetDir();
+  ASSERT_TRUE(WaitForEnds(1)) << server.Mismatches().join("|").toStdString();
+  SetMsgBoxHook({});
+  EXPECT_EQ(RecordingStatus::Ends(*log), QStringList{"error\tError: 550 at the top\n"});
+  EXPECT_EQ(server.Mismatches(), QStringList());
+  EXPECT_EQ(boxes, (QStringList{"NEXTPORT oops /top", "NEXTSUBDIR oops /top", "NEXTSUBDIR oops /top",
+                                "PARENT oops /top"}));
 }
 
 }  // namespace
