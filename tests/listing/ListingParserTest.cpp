@@ -5,6 +5,9 @@
 #include "session/FTPSessionClass.h"
 #include "support/QtPrinters.h"
 
+#include <QFile>
+#include <QRegularExpression>
+
 #include <gtest/gtest.h>
 
 namespace velmar::test {
@@ -75,6 +78,35 @@ TEST(ListingParser, ReadingPastTheLastTokenRaises) {
   FTPSessionClass session;
   for (const char* line : {"-rw-r--r-- 1 o g 12 Jan 15", "-rw-r--r-- 1 o g s 12 Jan", "-rw-r--r-- 1 o g Jan 15 "})
     EXPECT_THROW(session.ParseDirListLine(QString::fromUtf8(line)), OutOfBoundsException) << line;
+}
+
+// Lines captured from vsftpd and pyftpdlib by capture_listings.sh, from a tree it builds:
+// one record per entry, in listing order; the dates are those of the capture.
+TEST(ListingParser, LinesOfRealServers) {
+  const char* const expected[] = {
+      "a folder | d | 4096 | rwxr-xr-x",      "empty | f | 0 | rw-r--r--",
+      "link -> a folder | l | 8 | rwxrwxrwx", "old.txt | f | 3 | rw-r--r--",
+      "report final.txt | f | 1234 | rw-r--r--",
+      "two blanks.txt | f | 1 | rw-r--r--",  // a run of blanks in a name comes out as one
+  };
+  FTPSessionClass session;
+  for (const char* server : {"vsftpd", "pyftpdlib"}) {
+    QFile file(QStringLiteral(VELMAR_TEST_SUPPORT_DIR "/../listing/data/%1.txt").arg(server));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << server;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), std::ssize(expected)) << server;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+      const auto record = session.ParseDirListLine(lines[i]);
+      const QStringList fields = Describe(*record).split(" | ");
+      EXPECT_EQ(QStringList({fields[0], fields[1], fields[2], fields[5]}).join(" | "), expected[i])
+          << lines[i].toStdString();
+      // A year stands where the time would be for a file of an earlier year.
+      const QRegularExpression time(record->Name == "old.txt" ? "^2006$" : "^\\d\\d:\\d\\d$");
+      EXPECT_TRUE(time.match(record->ModTime).hasMatch()) << lines[i].toStdString();
+      EXPECT_TRUE(QRegularExpression("^[A-Z][a-z][a-z] \\d+$").match(record->ModDate).hasMatch())
+          << lines[i].toStdString();
+    }
+  }
 }
 
 }  // namespace

@@ -88,7 +88,11 @@ TEST(ShellBinary, OperationsWithResultsPrintResultLines) {
       "SetServerDirectoryPathName /pub/in\n"
       "GetServerDirectoryPathName\n"
       "SuccessfulMessage \"Logon Complete.\"\n"
-      "SuccessfulMessage nonsense\n");
+      "SuccessfulMessage nonsense\n"
+      "ParseDirListLine \"-rw-r--r-- 1 o g 12 Jan 15 10:30 a  b\"\n"
+      // A read past the line's last token: reported, and the script goes on.
+      "ParseDirListLine \"-rw-r--r-- 1 o g 12 Jan 15\"\n"
+      "GetFileFromPath /pub/x.txt\n");
   ASSERT_TRUE(r.finished);
   EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
   EXPECT_EQ(r.Lines(), (QStringList{
@@ -103,6 +107,10 @@ TEST(ShellBinary, OperationsWithResultsPrintResultLines) {
                            "result\tGetServerDirectoryPathName\t\"/pub/in\"",
                            "result\tSuccessfulMessage\ttrue",
                            "result\tSuccessfulMessage\tfalse",
+                           "result\tParseDirListLine\t{\"Name\":\"a b\",\"IsDir\":false,\"IsFile\":true,\"Size\":12,"
+                           "\"ModTime\":\"10:30\",\"ModDate\":\"Jan 15\",\"Permissions\":\"rw-r--r--\"}",
+                           "exception\tOutOfBoundsException: index 7 of an array of 7 elements",
+                           "result\tGetFileFromPath\t\"x.txt\"",
                        }));
 }
 
