@@ -5,6 +5,7 @@
 #include "session/FTPConnectionTimer.h"
 #include "session/FTPSessionClass.h"
 #include "support/LoggedOnFixture.h"
+#include "support/OperationRow.h"
 #include "support/TestFiles.h"
 
 #include <QDir>
@@ -63,22 +64,6 @@ TEST_F(TransferFixture, PortStringNamesTheControlConnectionsLocalAddress) {
   EXPECT_TRUE(session->BuildPortString().endsWith(",0,255"));
 }
 
-TEST_F(TransferFixture, DownloadWhenTheCloseComesBeforeThe226) {
-  LogOn();
-  const QByteArray content = Pattern(300000);
-  server.Expect("PASV", {OpenPassive()})
-      .Expect("TYPE I", {Line("200 Type set")})
-      .Expect("RETR file.bin", {Line("150-Opening"), Line("150 Opening"), WaitDataConnected(), DataSend(content),
-                                DataClose(), Delay(100), Line("226 Done")});
-  session->AddFileName("file.bin");
-  session->GetSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-  EXPECT_EQ(server.Commands().mid(2), (QStringList{"PASV", "TYPE I", "RETR file.bin"}));
-  EXPECT_TRUE(ReadFile(local.filePath("file.bin")) == content);
-  EXPECT_TRUE(log->contains("status\tChange transfer type."));
-}
-
 TEST_F(TransferFixture, DownloadWhenThe226ComesFirstPollsWithRealNoops) {
   LogOn();
   const QByteArray content = Pattern(5000);
@@ -97,60 +82,6 @@ TEST_F(TransferFixture, DownloadWhenThe226ComesFirstPollsWithRealNoops) {
   EXPECT_GE(server.Commands().count("NOOP"), 1);
   EXPECT_TRUE(log->contains("response\tFORCENOOP"));
   EXPECT_EQ(server.Mismatches(), QStringList());
-}
-
-TEST_F(TransferFixture, EmptyDownloadCreatesAnEmptyFile) {
-  LogOn();
-  server.Expect("PASV", {OpenPassive()})
-      .Expect("TYPE I", {Line("200 ok")})
-      .Expect("RETR empty", {Line("150 Opening"), WaitDataConnected(), DataClose(), Line("226 Done")});
-  session->AddFileName("empty");
-  session->GetSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-  EXPECT_TRUE(QFile::exists(local.filePath("empty")));
-  EXPECT_EQ(QFile(local.filePath("empty")).size(), 0);
-}
-
-TEST_F(TransferFixture, ActiveDownloadListensBeforeThePortReply) {
-  LogOn();
-  session->PassiveMode = false;
-  session->SetDataPortRange(32100, 32200);  // clear of the servers' passive ranges
-  const QByteArray content = Pattern(70000);
-  server.ExpectPrefix("PORT 127,0,0,1,", {Line("200 PORT ok")})
-      .Expect("TYPE I", {Line("200 ok")})
-      .Expect("RETR act.bin", {ConnectActive(), Line("150 Opening"), DataSend(content), DataClose(), Line("226 Done")});
-  session->AddFileName("act.bin");
-  const qint32 port = session->DataPort;
-  session->GetSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-  EXPECT_TRUE(ReadFile(local.filePath("act.bin")) == content);
-  EXPECT_EQ(session->DataPort, port);  // single transfers never advance the port
-  EXPECT_TRUE(log->contains(QString("status\tSet data port to: %1").arg(port)));
-}
-
-TEST_F(TransferFixture, RefusedRetrEndsTheOperationButKeepsTheLogin) {
-  LogOn();
-  server.Expect("PASV", {OpenPassive()})
-      .Expect("TYPE I", {Line("200 ok")})
-      .Expect("RETR missing", {Line("550 No such file")});
-  session->AddFileName("missing");
-  session->GetSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "error\tError: 550 No such file\n");
-  EXPECT_TRUE(session->CommandSocket->IsConnected());
-}
-
-TEST_F(TransferFixture, ResetOfTheDataConnectionIsAReceiveError) {
-  LogOn();
-  server.Expect("PASV", {OpenPassive()})
-      .Expect("TYPE I", {Line("200 ok")})
-      .Expect("RETR cut", {Line("150 Opening"), WaitDataConnected(), DataSend(Pattern(10000)), Delay(50), DataReset()});
-  session->AddFileName("cut");
-  session->GetSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "error\tError while receiving the file: 106");
 }
 
 TEST_F(TransferFixture, PassiveUploadSendsTheFileAndEndsQuietly) {
@@ -175,54 +106,87 @@ TEST_F(TransferFixture, PassiveUploadSendsTheFileAndEndsQuietly) {
   EXPECT_EQ(progress.last(), "progress\t100000");
 }
 
-TEST_F(TransferFixture, UploadOfAMissingFileFailsAtConnectTime) {
-  LogOn();
-  server.Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR gone.txt", {});
-  session->AddFileName("gone.txt");
-  session->PutSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "error\tCannot Find File: gone.txt");
-}
+// Single transfers as rows: the exact script, the end reports, and the session taking the
+// next operation afterwards.
+using S = FTPSessionClass;
+const QByteArray kFile = Pattern(300000);
 
-TEST_F(TransferFixture, ActiveUploadAnnouncesAPortThatNobodyListensOn) {
-  LogOn();
-  session->PassiveMode = false;
-  session->SetDataPortRange(32201, 32300);
-  WriteFile(local.filePath("a.txt"), "abc");
-  server.Expect("TYPE I", {Line("200 ok")})
-      .ExpectPrefix("PORT ", {Line("200 ok")})
-      .Expect("STOR a.txt", {Line("425 Can't open data connection")});
-  session->AddFileName("a.txt");
-  session->PutSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "error\tError: 425 Can't open data connection\n");
-  EXPECT_FALSE(session->DataSocket->IsListening());
-  EXPECT_EQ(session->DataSocket->Port, session->DataPort);
+auto Get(const QString& name, std::function<void(S&)> prepare = {}) {
+  return [=](S& s, const QString&) {
+    if (prepare) prepare(s);
+    s.AddFileName(name);
+    s.GetSingleFile();
+  };
 }
+auto Put(const QString& name, const QByteArray& content, std::function<void(S&)> prepare = {}) {
+  return [=](S& s, const QString& localDir) {
+    if (!content.isNull()) WriteFile(localDir + name, content);
+    if (prepare) prepare(s);
+    s.AddFileName(name);
+    s.PutSingleFile();
+  };
+}
+auto LocalFileHolds(const QString& name, const QByteArray& content) {
+  return [=](S&, const QString& localDir, const ScriptedFtpServer&) {
+    EXPECT_TRUE(QFile::exists(localDir + name));
+    EXPECT_TRUE(ReadFile(localDir + name) == content);
+  };
+}
+void Active(S& s) {
+  s.PassiveMode = false;
+  s.SetDataPortRange(32100, 32300);  // clear of the servers' passive ranges
+}
+const QString kDone = "success\tFile Transfer Complete.";
 
-TEST_F(TransferFixture, RefusedPasvEndsWithoutTryingPort) {
-  LogOn();
-  server.Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {Line("500 no passive")});
-  session->AddFileName("x");
-  session->PutSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "error\tError: 500 no passive\n");
-  RunFor(50);
-  EXPECT_EQ(server.Commands().last(), "PASV");
-}
+const OperationRow kRows[] = {
+    // The first 150 line has a hyphen: the download machine acts once, on the second.
+    {"DownloadWhenTheCloseComesBeforeThe226", Get("file.bin"),
+     {{"PASV", {OpenPassive()}}, {"TYPE I", {Line("200 Type set")}},
+      {"RETR file.bin", {Line("150-Opening"), Line("150 Opening"), WaitDataConnected(), DataSend(kFile), DataClose(),
+                         Delay(100), Line("226 Done")}}},
+     {kDone}, {"status\tChange transfer type."}, LocalFileHolds("file.bin", kFile)},
+    {"EmptyDownloadCreatesAnEmptyFile", Get("empty"),
+     {{"PASV", {OpenPassive()}}, {"TYPE I", {Line("200 ok")}},
+      {"RETR empty", {Line("150 Opening"), WaitDataConnected(), DataClose(), Line("226 Done")}}},
+     {kDone}, {}, LocalFileHolds("empty", "")},
+    {"ActiveDownloadListensBeforeThePortReply", Get("act.bin", Active),
+     {{"PORT 127,0,0,1,*", {Line("200 PORT ok")}}, {"TYPE I", {Line("200 ok")}},
+      {"RETR act.bin", {ConnectActive(), Line("150 Opening"), DataSend(kFile), DataClose(), Line("226 Done")}}},
+     {kDone}, {}, LocalFileHolds("act.bin", kFile)},
+    {"RefusedRetr", Get("missing"),
+     {{"PASV", {OpenPassive()}}, {"TYPE I", {Line("200 ok")}}, {"RETR missing", {Line("550 No such file")}}},
+     {"error\tError: 550 No such file\n"}},
+    {"ResetOfTheDataConnectionIsAReceiveError", Get("cut"),
+     {{"PASV", {OpenPassive()}}, {"TYPE I", {Line("200 ok")}},
+      {"RETR cut", {Line("150 Opening"), WaitDataConnected(), DataSend(Pattern(10000)), Delay(50), DataReset()}}},
+     {"error\tError while receiving the file: 106"}},
+    {"UploadOfAMissingFileFailsAtConnectTime", Put("gone.txt", QByteArray()),
+     {{"TYPE I", {Line("200 ok")}}, {"PASV", {OpenPassive()}}, {"STOR gone.txt", {}}},
+     {"error\tCannot Find File: gone.txt"}},
+    // PutSingleFile never listens: the announced port is only stored.
+    {"ActiveUploadAnnouncesAPortThatNobodyListensOn", Put("a.txt", "abc", Active),
+     {{"TYPE I", {Line("200 ok")}}, {"PORT *", {Line("200 ok")}},
+      {"STOR a.txt", {Line("425 Can't open data connection")}}},
+     {"error\tError: 425 Can't open data connection\n"}, {},
+     [](S& s, const QString&, const ScriptedFtpServer&) {
+       EXPECT_FALSE(s.DataSocket->IsListening());
+       EXPECT_EQ(s.DataSocket->Port, s.DataPort);
+     }},
+    {"RefusedPasvEndsWithoutTryingPort", Put("x", "x"), {{"TYPE I", {Line("200 ok")}}, {"PASV", {Line("500 no passive")}}},
+     {"error\tError: 500 no passive\n"}},
+    // "226+" is final for the upload machine (its fourth character is neither blank nor hyphen).
+    {"UploadFinalLineTestIsTheHyphenForm", Put("h.txt", "hyphen"),
+     {{"TYPE I", {Line("200 ok")}}, {"PASV", {OpenPassive()}},
+      {"STOR h.txt", {Line("150-wait"), Line("150 go"), DataReceiveAll(), Line("226+done")}}},
+     {kDone}},
+};
 
-TEST_F(TransferFixture, UploadFinalLineTestIsTheHyphenForm) {
-  LogOn();
-  WriteFile(local.filePath("h.txt"), "hyphen");
-  // "226+" is final for the upload machine (fourth character neither blank nor hyphen).
-  server.Expect("TYPE I", {Line("200 ok")})
-      .Expect("PASV", {OpenPassive()})
-      .Expect("STOR h.txt", {Line("150-wait"), Line("150 go"), DataReceiveAll(), Line("226+done")});
-  session->AddFileName("h.txt");
-  session->PutSingleFile();
-  ASSERT_TRUE(WaitForEnds(2));
-  EXPECT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-}
+class SingleTransfer : public LoggedOnFixture, public ::testing::WithParamInterface<OperationRow> {};
+
+TEST_P(SingleTransfer, RunsAndLeavesTheSessionUsable) { RunOperationRow(*this, GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(Rows, SingleTransfer, ::testing::ValuesIn(kRows),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velmar::test
