@@ -60,23 +60,10 @@ bool FTPSessionClass::ListingSteps(const QString& replyLine, qint32 replyCode) {
 // The type for listings is always ASCII here, whatever FTPTransferType says.
 void FTPSessionClass::ExecuteGetDirListSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineHyphenForm(replyLine)) return;
-  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
-    case PrefixOutcome::LoggedOn: {
-      const QString path = GetServerDirectoryPathName();
-      if (path.isEmpty())
-        NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
-      else
-        NextFTPStep("CWD", "CWD " + path, "Change directory to: " + path);
-      return;
-    }
-    case PrefixOutcome::Handled:
-      return;
-    case PrefixOutcome::NotAPrefixStep:
-      break;
-  }
-  if (StepIs("CWD")) {
-    if (replyCode != 250) return ErrorBranch(replyLine);
-    NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
+  const bool head = LogonThenDirectorySteps(replyLine, replyCode, GetServerDirectoryPathName(),
+                                           [this] { NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII."); });
+  if (head) {
+    return;
   } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     ChooseDataMode(FirstSet);

@@ -13,23 +13,10 @@ void FTPSessionClass::StartGetFile() { EnterConnecting("GetFile", "CONNECT", "St
 // Blank form, unlike its sister the upload batch. The status text never names the file.
 void FTPSessionClass::ExecuteGetFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
-  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
-    case PrefixOutcome::LoggedOn: {
-      const QString path = GetServerDirectoryPathName();
-      if (path.isEmpty())
-        NextFTPStep("LOOP", "NOOP", QString());
-      else
-        NextFTPStep("CWD", "CWD " + path, "Change directory to: " + path);
-      return;
-    }
-    case PrefixOutcome::Handled:
-      return;
-    case PrefixOutcome::NotAPrefixStep:
-      break;
-  }
-  if (StepIs("CWD")) {
-    if (replyCode != 250) return ErrorBranch(replyLine);
-    NextFTPStep("LOOP", "NOOP", QString());
+  const bool head = LogonThenDirectorySteps(replyLine, replyCode, GetServerDirectoryPathName(),
+                                           [this] { NextFTPStep("LOOP", "NOOP", QString()); });
+  if (head) {
+    return;
   } else if (StepIs("LOOP")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     ChooseDataMode(FirstSet);

@@ -14,23 +14,11 @@ void FTPSessionClass::StartPutFile() {
 
 void FTPSessionClass::ExecutePutFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineHyphenForm(replyLine)) return;
-  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
-    case PrefixOutcome::LoggedOn:
-      if (ServerDirectory.isEmpty())
-        NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
-      else
-        NextFTPStep("CWD", "CWD " + ServerDirectory, "Change directory to: " + ServerDirectory);
-      return;
-    case PrefixOutcome::Handled:
-      return;
-    case PrefixOutcome::NotAPrefixStep:
-      break;
-  }
-  if (StepIs("CWD")) {
-    if (replyCode != 250) return ErrorBranch(replyLine);
+  // The machine's own test: the field, not the overridable getter.
+  const bool head = LogonThenDirectorySteps(replyLine, replyCode, ServerDirectory, [this] {
     NextFTPStep("TYPE", "TYPE " + FTPTransferType, "Change transfer type.");
-    return;
-  }
+  });
+  if (head) return;
   if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("LOOP", "NOOP", QString());

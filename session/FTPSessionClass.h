@@ -230,6 +230,11 @@ protected:
   PrefixOutcome LogonPrefixSteps(const QString& replyLine, qint32 replyCode,
                                  std::initializer_list<qint32> greetingCodes,
                                  std::initializer_list<qint32> userCodes);
+  // The head of the connecting machines that work in one server directory: the logon
+  // prefix, then "CWD" `path` (only 250 goes on) unless the path is empty, then `goOn`.
+  // Returns false when the step is none of these.
+  bool LogonThenDirectorySteps(const QString& replyLine, qint32 replyCode, const QString& path,
+                               const std::function<void()>& goOn);
   // Turns the command socket to TLS and waits, in the event loop, for the handshake.
   void SecureCommandConnection();
 

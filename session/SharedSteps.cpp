@@ -166,6 +166,28 @@ FTPSessionClass::PrefixOutcome FTPSessionClass::LogonPrefixSteps(const QString& 
   return PrefixOutcome::NotAPrefixStep;
 }
 
+bool FTPSessionClass::LogonThenDirectorySteps(const QString& replyLine, qint32 replyCode, const QString& path,
+                                              const std::function<void()>& goOn) {
+  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
+    case PrefixOutcome::LoggedOn:
+      if (path.isEmpty())
+        goOn();
+      else
+        NextFTPStep(QStringLiteral("CWD"), QStringLiteral("CWD ") + path, QStringLiteral("Change directory to: ") + path);
+      return true;
+    case PrefixOutcome::Handled:
+      return true;
+    case PrefixOutcome::NotAPrefixStep:
+      break;
+  }
+  if (!StepIs("CWD")) return false;
+  if (replyCode != 250)
+    ErrorBranch(replyLine);
+  else
+    goOn();
+  return true;
+}
+
 void FTPSessionClass::SecureCommandConnection() {
   std::weak_ptr<FTPCommandSocket> watched = CommandSocket;
   if (auto socket = watched.lock()) socket->SetSecure(true);
