@@ -32,7 +32,7 @@ void FTPSessionClass::ServerQuerySteps(const QString& replyLine, qint32 replyCod
     ChooseDataMode(FirstSet);
     return;
   }
-  if (DataLegThenNextSteps(replyLine, replyCode)) return;
+  if (FirstDataLegSteps(replyLine, replyCode, "NEXT", "NOOP", "NOOP")) return;
   if (StepIs("NEXT")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep(queryStep, command, statusText);

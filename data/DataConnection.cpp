@@ -124,30 +124,14 @@ bool FTPSessionClass::UploadDataLegSteps(const QString& replyLine, qint32 replyC
   return true;
 }
 
-bool FTPSessionClass::DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode) {
+bool FTPSessionClass::FirstDataLegSteps(const QString& replyLine, qint32 replyCode, const char* resumeStep,
+                                        const QString& resumeCommand, const QString& resumeStatus) {
   switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
     case DataLeg::PassiveReady:
       CalcSetPassivePort(replyLine);
       [[fallthrough]];
     case DataLeg::PortAccepted:
-      NextFTPStep(QStringLiteral("TYPE"), QStringLiteral("TYPE ") + FTPTransferType,
-                  QStringLiteral("Change transfer type."));
-      return true;
-    case DataLeg::Handled:
-      return true;
-    case DataLeg::NotASubStep:
-      break;
-  }
-  return false;
-}
-
-bool FTPSessionClass::DataLegThenNextSteps(const QString& replyLine, qint32 replyCode) {
-  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      [[fallthrough]];
-    case DataLeg::PortAccepted:
-      NextFTPStep(QStringLiteral("NEXT"), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
+      NextFTPStep(QString::fromLatin1(resumeStep), resumeCommand, resumeStatus);
       return true;
     case DataLeg::Handled:
       return true;

@@ -28,7 +28,7 @@ void FTPSessionClass::ExecuteRestartGetSingleFileSteps(const QString& replyLine,
   if (!FinalLineBlankForm(replyLine)) return;
   if (StepIs("START")) {
     ChooseDataMode(FirstSet);
-  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+  } else if (FirstDataLegSteps(replyLine, replyCode, "TYPE", "TYPE " + FTPTransferType, "Change transfer type.")) {
     return;
   } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);

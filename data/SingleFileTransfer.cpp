@@ -28,7 +28,7 @@ void FTPSessionClass::ExecuteGetSingleFileSteps(const QString& replyLine, qint32
   if (!FinalLineBlankForm(replyLine)) return;
   if (StepIs("START")) {
     ChooseDataMode(FirstSet);
-  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+  } else if (FirstDataLegSteps(replyLine, replyCode, "TYPE", "TYPE " + FTPTransferType, "Change transfer type.")) {
     return;
   } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);

@@ -30,7 +30,7 @@ QString FTPSessionClass::ListingCommand() const {
 }
 
 bool FTPSessionClass::ListingSteps(const QString& replyLine, qint32 replyCode) {
-  if (DataLegThenNextSteps(replyLine, replyCode)) return true;
+  if (FirstDataLegSteps(replyLine, replyCode, "NEXT", "NOOP", "NOOP")) return true;
   if (StepIs("NEXT")) {
     if (replyCode != 200)
       ErrorBranch(replyLine);

@@ -20,7 +20,7 @@ void FTPSessionClass::ExecuteGetFileSteps(const QString& replyLine, qint32 reply
   } else if (StepIs("LOOP")) {
     if (replyCode != 200) return ErrorBranch(replyLine);
     ChooseDataMode(FirstSet);
-  } else if (DataLegThenTypeSteps(replyLine, replyCode)) {
+  } else if (FirstDataLegSteps(replyLine, replyCode, "TYPE", "TYPE " + FTPTransferType, "Change transfer type.")) {
     return;
   } else if (StepIs("TYPE")) {
     if (replyCode != 200) return ErrorBranch(replyLine);

@@ -275,10 +275,11 @@ protected:
   // "STOR" of the uploads: 150 or 125 wait, 226 or 250 end quietly.
   void StoreStep(const QString& replyLine, qint32 replyCode);
 
-  // The data leg of the machines that agree on a data connection before the transfer
-  // type: the first set, listening early, resuming by sending TYPE (step "TYPE"). Returns
-  // false when the step is none of the leg's.
-  bool DataLegThenTypeSteps(const QString& replyLine, qint32 replyCode);
+  // The first data leg of the machines that connect at once and listen early, resuming with
+  // the machine's own step, command and status (through the pseudo-command "NOOP" where
+  // nothing is to be sent). Returns false when the step is none of the leg's.
+  bool FirstDataLegSteps(const QString& replyLine, qint32 replyCode, const char* resumeStep,
+                         const QString& resumeCommand, const QString& resumeStatus);
   // "GETFILE" of the downloads: the next name to the data socket (which creates the local
   // file), any older file of that name deleted, then RETR.
   void FetchNextFileStep(const QString& replyLine, qint32 replyCode);
@@ -287,9 +288,6 @@ protected:
   // "FILEEND" and "LISTEND": true once the data socket has closed and emptied FileData;
   // else one more real NOOP in `step`. A reply other than 200 takes the error branch.
   bool DataHandedOver(const QString& replyLine, qint32 replyCode, const char* step, const QString& statusText);
-  // The data leg of the first set with an early listen, resuming through the pseudo-command
-  // at step "NEXT". Returns false when the step is none of the leg's.
-  bool DataLegThenNextSteps(const QString& replyLine, qint32 replyCode);
   // The steps of both listing machines from the data leg to the listing's 226.
   bool ListingSteps(const QString& replyLine, qint32 replyCode);
   // LIST or NLST, with " -a" for hidden entries.
