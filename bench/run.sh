@@ -207,6 +207,11 @@ velmar_putdir() {  # PORT LOCALTREE SERVERPATH OUT
     -e "SetLocalDirectoryPathName $2/" -e "SetServerDirectoryPathName $3" -e StartPutDir -e 'wait 600'
 }
 
+velmar_getdir() {  # PORT SERVERPATH LOCALDIR OUT
+  run_timed "$4" "$VELMAR" --no-progress -e "SetLoginInfo 127.0.0.1 $FTP_USER $FTP_PASS" -e "set CommandPort $1" \
+    -e "SetServerDirectoryPathName $2" -e "SetLocalDirectoryPathName $3/" -e StartGetDir -e 'wait 600'
+}
+
 lftp_run() {  # PORT DIR COMMANDS OUT
   local port=$1 dir=$2 cmds=$3 out=$4
   pushd "$dir" >/dev/null
@@ -214,7 +219,7 @@ lftp_run() {  # PORT DIR COMMANDS OUT
   popd >/dev/null
 }
 
-# ---------------------------------------------------------------- sections 1 to 3
+# ---------------------------------------------------------------- sections 1 to 4
 
 # rotated REP NAME...: the names starting at REP mod count, so no client always runs first.
 rotated() {
@@ -309,9 +314,31 @@ bench_server() {  # SERVER PORT ROOT PID
       rm -rf "$root/tree"
     done < <(rotated "$rep" "${tree_clients[@]}")
   done
+
+  log "== $server: download of the tree"
+  cp -r "$WORK/tree" "$root/tree"
+  chmod -R a+rX "$root/tree"
+  for ((rep = 1; rep <= REPS; rep++)); do
+    while read -r client; do
+      out="$WORK/out/$server-treedown-$client-$rep.txt"
+      rm -rf "$WORK/dlt"
+      mkdir -p "$WORK/dlt"
+      settle "$spid"
+      case $client in
+        velmar) velmar_getdir "$port" /tree "$WORK/dlt" "$out" ;;
+        lftp) lftp_run "$port" "$WORK/dlt" "$LFTP_SET; mirror --parallel=1 /tree $WORK/dlt/tree" "$out" ;;
+      esac
+      ok=0
+      if [[ $client == velmar ]]; then velmar_ok "$out" 'Directory Transfer Complete.' && ok=1; else [[ $RC == 0 ]] && ok=1; fi
+      n=$(file_count "$WORK/dlt/tree")
+      if [[ $ok == 1 ]] && { [[ $n != "$TREE_FILES" ]] || [[ $(tree_sum "$WORK/dlt/tree") != "$TREE_SUM" ]]; }; then ok=0; fi
+      record treedown "$server" "$client" "$rep" "$ok" "$n files"
+    done < <(rotated "$rep" velmar lftp)
+  done
+  rm -rf "$root/tree" "$WORK/dlt"
 }
 
-# ---------------------------------------------------------------- section 4 (inside unshare -n)
+# ---------------------------------------------------------------- section 5 (inside unshare -n)
 
 # The namespace's count of connections the kernel dropped because a listen queue was full.
 listen_overflows() { awk '$1 == "TcpExt:" { if (!n) { for (i = 2; i <= NF; i++) k[i] = $i; n = 1 } else { for (i = 2; i <= NF; i++) if (k[i] == "ListenOverflows") print $i } }' /proc/net/netstat; }
@@ -619,32 +646,42 @@ w("curl is not a peer here: it has no recursive upload (one URL per file, no fol
   "sends `SITE CHMOD` per file, so it is run once more with `--no-perms`. velmar runs `StartPutDir` "
   "(one connection, one PASV per entry).")
 w("")
-for server in ("vsftpd", "pyftpdlib"):
-    w(f"### {server}")
-    w("")
-    w("| client | ok | ms per file median | ms per file best | total s | CPU s | peak RSS MiB | time ratio (lower better) | CPU ratio (lower better) | RSS ratio (lower better) |")
-    w("|---|---|---|---|---|---|---|---|---|---|")
-    peers = ["lftp", "lftp-no-perms"]
-    bt, btn = peers_best("tree", server, peers, lambda s: s["wmed"], False)
-    bc, _ = peers_best("tree", server, peers, lambda s: s["cpu"], False)
-    br, _ = peers_best("tree", server, peers, lambda s: s["rss"], False)
-    for c in ["velmar"] + peers:
-        s = stats(("tree", server, c))
-        tot = len(rows.get(("tree", server, c), []))
-        if not s:
-            notes = ", ".join(sorted({r[4] for r in rows.get(("tree", server, c), [])}))
-            w(f"| {c} | 0/{tot} | failed ({notes}) | | | | | | | |")
-            continue
-        isv = c == "velmar"
-        w(f"| {c} | {s['n']}/{tot} | {s['wmed'] * 1000 / tree_files:.2f} | {s['wmin'] * 1000 / tree_files:.2f} | "
-          f"{s['wmed']:.2f} | {s['cpu']:.2f} | {mib(s['rss'])} | {ratio(s['wmed'], bt) if isv and bt else ''} | "
-          f"{ratio(s['cpu'], bc) if isv and bc else ''} | {ratio(s['rss'], br) if isv and br else ''} |")
-    if btn:
+def tree_table(sec, peers):
+    for server in ("vsftpd", "pyftpdlib"):
+        w(f"### {server}")
         w("")
-        w(f"Best peer: {btn} ({bt * 1000 / tree_files:.2f} ms per file).")
-    w("")
+        w("| client | ok | ms per file median | ms per file best | total s | CPU s | peak RSS MiB | time ratio (lower better) | CPU ratio (lower better) | RSS ratio (lower better) |")
+        w("|---|---|---|---|---|---|---|---|---|---|")
+        bt, btn = peers_best(sec, server, peers, lambda s: s["wmed"], False)
+        bc, _ = peers_best(sec, server, peers, lambda s: s["cpu"], False)
+        br, _ = peers_best(sec, server, peers, lambda s: s["rss"], False)
+        for c in ["velmar"] + peers:
+            s = stats((sec, server, c))
+            tot = len(rows.get((sec, server, c), []))
+            if not s:
+                notes = ", ".join(sorted({r[4] for r in rows.get((sec, server, c), [])}))
+                w(f"| {c} | 0/{tot} | failed ({notes}) | | | | | | | |")
+                continue
+            isv = c == "velmar"
+            w(f"| {c} | {s['n']}/{tot} | {s['wmed'] * 1000 / tree_files:.2f} | {s['wmin'] * 1000 / tree_files:.2f} | "
+              f"{s['wmed']:.2f} | {s['cpu']:.2f} | {mib(s['rss'])} | {ratio(s['wmed'], bt) if isv and bt else ''} | "
+              f"{ratio(s['cpu'], bc) if isv and bc else ''} | {ratio(s['rss'], br) if isv and br else ''} |")
+        if btn:
+            w("")
+            w(f"Best peer: {btn} ({bt * 1000 / tree_files:.2f} ms per file).")
+        w("")
 
-w(f"## 4. Thornquill Upload: one drop of {meta['drop']}")
+tree_table("tree", ["lftp", "lftp-no-perms"])
+
+w(f"## 4. Download of a tree ({meta['tree']})")
+w("")
+w("velmar runs `StartGetDir` (one connection: per folder PASV, CWD, PWD, LIST; per file TYPE, PASV, RETR). "
+  "lftp runs `mirror --parallel=1` on one connection (`net:connection-limit 1`). The downloaded tree is "
+  "checked as in section 3.")
+w("")
+tree_table("treedown", ["lftp"])
+
+w(f"## 5. Thornquill Upload: one drop of {meta['drop']}")
 w("")
 if meta.get("app_skip"):
     w(f"skipped: {meta['app_skip']}")
@@ -725,8 +762,19 @@ for server in ("vsftpd", "pyftpdlib"):
         continue
     tgt("tree upload: time per file <= lftp's", server,
         f"{s['wmed'] * 1000 / tree_files:.2f} vs {bt * 1000 / tree_files:.2f} ms ({btn})", s["wmed"] <= bt)
+for server in ("vsftpd", "pyftpdlib"):
+    s = stats(("treedown", server, "velmar"))
+    bt, btn = peers_best("treedown", server, ["lftp"], lambda s: s["wmed"], False)
+    bc, _ = peers_best("treedown", server, ["lftp"], lambda s: s["cpu"], False)
+    if not s or not bt:
+        tgt("tree download: time and CPU per file <= lftp's", server, "failed or no peer", False)
+        continue
+    tgt("tree download: time per file <= lftp's", server,
+        f"{s['wmed'] * 1000 / tree_files:.2f} vs {bt * 1000 / tree_files:.2f} ms ({btn})", s["wmed"] <= bt)
+    tgt("tree download: CPU per file <= lftp's", server,
+        f"{s['cpu'] * 1000 / tree_files:.3f} vs {bc * 1000 / tree_files:.3f} ms", s["cpu"] <= bc)
 if drop_status is not None:
-    w(f"| drop of {drop_files} files completes (every file on the server) | vsftpd, port 21 | see section 4 | "
+    w(f"| drop of {drop_files} files completes (every file on the server) | vsftpd, port 21 | see section 5 | "
       f"{'PASS' if drop_status else 'MISS'} |")
 w("")
 
