@@ -22,10 +22,12 @@ struct CommandLineTest : ::testing::Test {
   CommandLine Parse(const QStringList& arguments) { return CommandLine::Parse(arguments, dir.path()); }
 };
 
-TEST_F(CommandLineTest, NoArgumentsOpenTheWindows) {
-  const CommandLine line = Parse({});
-  EXPECT_EQ(line.mode, CommandLine::Mode::Window);
-  EXPECT_TRUE(line.Error.isEmpty());
+TEST_F(CommandLineTest, NoArgumentsOpenTheWindowsAndHelpOrVersionWin) {
+  EXPECT_EQ(Parse({}).mode, CommandLine::Mode::Window);
+  EXPECT_TRUE(Parse({}).Error.isEmpty());
+  EXPECT_EQ(Parse({"--drop", "a file", "--help"}).mode, CommandLine::Mode::Help);
+  EXPECT_EQ(Parse({"--version"}).mode, CommandLine::Mode::Version);
+  EXPECT_TRUE(CommandLine::Usage().contains("--drop"));
 }
 
 TEST_F(CommandLineTest, DropTakesRelativeAndAbsolutePathsInOrder) {
@@ -46,12 +48,6 @@ TEST_F(CommandLineTest, DropOptionsAndTheEndOfOptions) {
   EXPECT_EQ(line.Screenshot, dir.filePath("main.png"));
   EXPECT_EQ(line.PreferencesScreenshot, "/tmp/p.png");
   EXPECT_EQ(line.Paths, QStringList{dir.filePath("a file")});
-}
-
-TEST_F(CommandLineTest, HelpAndVersionWin) {
-  EXPECT_EQ(Parse({"--drop", "a file", "--help"}).mode, CommandLine::Mode::Help);
-  EXPECT_EQ(Parse({"--version"}).mode, CommandLine::Mode::Version);
-  EXPECT_TRUE(CommandLine::Usage().contains("--drop"));
 }
 
 TEST_F(CommandLineTest, WrongArgumentsAreRefusedWithAReason) {

@@ -75,6 +75,18 @@ protected:
   ScriptedFtpServer& Logon(const QString& id) {
     return Server(id).OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
   }
+  // The upload of one file by session `id`, into `folder` first where one is given.
+  ScriptedFtpServer& PutFile(const QString& id, const QString& name, const QString& folder = {},
+                             QList<ScriptAction> quit = {Line("221 bye")}) {
+    ScriptedFtpServer& server = folder.isEmpty() ? Logon(id) : Logon(id).Expect("CWD " + folder, {Line("250 ok")});
+    return server.Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR " + name, Stored())
+        .Expect("QUIT", quit);
+  }
+  // A local file (made with the given bytes) by its path.
+  QString Local(const QString& name, const QByteArray& bytes = "x") {
+    WriteFile(local.filePath(name), bytes);
+    return local.filePath(name);
+  }
   void Drop(const QStringList& paths) {
     QList<QUrl> urls;
     for (const QString& path : paths) urls.append(QUrl::fromLocalFile(path));
@@ -108,21 +120,17 @@ protected:
 
 TEST_F(DropTest, FilesAndAFolderGetARowAndASessionEachAndArriveOnTheServers) {
   Globals::ServerPath = "/up";
-  WriteFile(local.filePath("one.txt"), "first file");
-  WriteFile(local.filePath("two words.bin"), QByteArray(5000, 'x'));
-  WriteFile(local.filePath("tree/f"), "file f");
-  WriteFile(local.filePath("tree/empty"), "");  // left out of a folder
-  Logon("0").Expect("CWD /up", {Line("250 ok")}).Expect("TYPE I", {Line("200 ok")})
-      .Expect("PASV", {OpenPassive()}).Expect("STOR one.txt", Stored()).Expect("QUIT", {Line("221 bye")});
-  Logon("1").Expect("CWD /up", {Line("250 ok")}).Expect("TYPE I", {Line("200 ok")})
-      .Expect("PASV", {OpenPassive()}).Expect("STOR two words.bin", Stored()).Expect("QUIT", {Line("221 bye")});
+  Local("tree/f", "file f");
+  Local("tree/empty", "");  // left out of a folder
+  PutFile("0", "one.txt", "/up");
+  PutFile("1", "two words.bin", "/up");
   // A folder goes under the server path with its own name.
   Logon("2").Expect("CWD /up/tree", {Line("550 no")}).Expect("MKD /up/tree", {Line("257 made")})
       .Expect("CWD /up/tree", {Line("250 ok")}).Expect("TYPE I", {Line("200 ok")})
       .Expect("PASV", {OpenPassive()}).Expect("STOR f", Stored())
       .Expect("PASV", {OpenPassive()}).Expect("CDUP", {Line("250 ok")}).Expect("QUIT", {Line("221 bye")});
 
-  Drop({local.filePath("one.txt"), local.filePath("two words.bin"), local.filePath("tree")});
+  Drop({Local("one.txt", "first file"), Local("two words.bin", QByteArray(5000, 'x')), local.filePath("tree")});
 
   ASSERT_EQ(Globals::Session.size(), 3);
   EXPECT_EQ(Column(0), (QStringList{"0", "1", "2"}));
@@ -160,57 +168,30 @@ TEST_F(DropTest, FilesAndAFolderGetARowAndASessionEachAndArriveOnTheServers) {
 }
 
 TEST_F(DropTest, EmptyServerPathSendsAFolderToTheRootAndAFileWithoutCwd) {
-  WriteFile(local.filePath("d/x"), "x");
-  WriteFile(local.filePath("f"), "f");
+  Local("d/x");
   Logon("0").Expect("CWD /d", {Line("250 ok")}).Expect("TYPE I", {Line("200 ok")})
       .Expect("PASV", {OpenPassive()}).Expect("STOR x", Stored())
       .Expect("PASV", {OpenPassive()}).Expect("CDUP", {Line("250 ok")}).Expect("QUIT", {Line("221 bye")});
-  Logon("1").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR f", Stored())
-      .Expect("QUIT", {Line("221 bye")});
-  Drop({local.filePath("d"), local.filePath("f")});
+  PutFile("1", "f");
+  Drop({local.filePath("d"), Local("f")});
   ASSERT_TRUE(AllEnded());
   EXPECT_EQ(Column(2), (QStringList{"Directory Transfer Complete.", "File Transfer Complete."}));
   EXPECT_EQ(servers["0"]->Mismatches(), QStringList());
   EXPECT_EQ(servers["1"]->Mismatches(), QStringList());
+  // Cancel after the end replaces the result.
+  Rows().SetListIndex(0);
+  MainWindow::Instance()->CancelPushButton->click();
+  EXPECT_EQ(Column(2), (QStringList{"Session cancelled by user.", "File Transfer Complete."}));
 }
 
 TEST_F(DropTest, ServerPathEndingInASlashIsNotNormalised) {
   Globals::ServerPath = "/up/";
-  WriteFile(local.filePath("d/x"), "x");
+  Local("d/x");
   Logon("0").Expect("CWD /up//d", {Line("550 no such directory")}).Expect("MKD /up//d", {Line("550 refused")});
   Drop({local.filePath("d")});
   ASSERT_TRUE(AllEnded());
   EXPECT_EQ(Column(2), QStringList{"Error: 550 refused\n"});
   EXPECT_EQ(servers["0"]->Mismatches(), QStringList());
-}
-
-TEST_F(DropTest, AFailedUploadLeavesItsMessageInItsRowOnly) {
-  WriteFile(local.filePath("a"), "a");
-  WriteFile(local.filePath("b"), "b");
-  Server("0").OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("530 wrong")});
-  Logon("1").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR b", Stored())
-      .Expect("QUIT", {Line("221 bye")});
-  Drop({local.filePath("a"), local.filePath("b")});
-  ASSERT_TRUE(AllEnded());
-  EXPECT_TRUE(Rows().Cell(0, 2).startsWith("Error: 530 wrong")) << Rows().Cell(0, 2).toStdString();
-  EXPECT_EQ(Rows().Cell(1, 2), "File Transfer Complete.");
-  EXPECT_EQ(Rows().ListCount(), 2);  // rows stay after the end
-  EXPECT_TRUE(messages.isEmpty());   // no dialog
-}
-
-TEST_F(DropTest, UpdateStatusChangesEveryRowOfTheIdAndNothingElse) {
-  MainWindow& window = *MainWindow::Instance();
-  Rows().AddRow("0");
-  Rows().AddRow("1");
-  Rows().AddRow("0");
-  window.UpdateStatus("0", "hello");
-  EXPECT_EQ(Column(1), (QStringList{"File Transfer", "", "File Transfer"}));
-  EXPECT_EQ(Column(2), (QStringList{"hello", "", "hello"}));
-  EXPECT_EQ(rowChanges, (QStringList{"row\t0\thello", "row\t0\thello"}));
-  window.UpdateStatus("7", "nobody");
-  EXPECT_EQ(Column(2), (QStringList{"hello", "", "hello"}));
-  EXPECT_EQ(Rows().ListCount(), 3);
-  EXPECT_EQ(rowChanges.size(), 2);
 }
 
 TEST_F(DropTest, AReportThatArrivesDuringTheYieldOfAnOlderOneStaysInTheRow) {
@@ -253,10 +234,11 @@ TEST_F(DropTest, AReportInsideTheYieldOfAnotherDoesNotYieldAgain) {
   EXPECT_TRUE(RunUntil([&] { return laterEventRan; }, 1000));
 }
 
-TEST_F(DropTest, StatusReceiverWritesIntoTheRowOfItsSessionAndTheFirstEndHidesTheIndicator) {
+TEST_F(DropTest, StatusReceiverWritesIntoEveryRowOfItsSessionAndTheFirstEndHidesTheIndicator) {
   MainWindow& window = *MainWindow::Instance();
   Rows().AddRow("0");
   Rows().AddRow("1");
+  Rows().AddRow("0");
   auto first = std::make_shared<FTPSessionClass>("0");
   auto second = std::make_shared<FTPSessionClass>("1");
   auto orphan = std::make_shared<FTPSessionClass>("9");
@@ -265,14 +247,18 @@ TEST_F(DropTest, StatusReceiverWritesIntoTheRowOfItsSessionAndTheFirstEndHidesTh
   FTPStatusClass& two = *second->FTPStatusInstance;
 
   one.Status_FTP("Send UserID");
+  EXPECT_EQ(Column(1), (QStringList{"File Transfer", "", "File Transfer"}));
+  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "", "Send UserID"}));
+  EXPECT_EQ(rowChanges, (QStringList{"row\t0\tSend UserID", "row\t0\tSend UserID"}));
   two.Progress_FTP(1025);
-  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Transferring: 1 KB"}));
+  EXPECT_EQ(Rows().Cell(1, 2), "Transferring: 1 KB");
   two.Progress_FTP(1048577);
   EXPECT_EQ(Rows().Cell(1, 2), "Transferring: 1.0 MB");
   one.Response_FTP("220 hidden dialogue");
-  EXPECT_EQ(Rows().Cell(0, 2), "Send UserID");
   orphan->FTPStatusInstance->Status_FTP("into nothing");
-  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Transferring: 1.0 MB"}));
+  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Transferring: 1.0 MB", "Send UserID"}));
+  EXPECT_EQ(Rows().ListCount(), 3);
+  EXPECT_EQ(rowChanges.size(), 4);
 
   window.ChasingArrows1->setVisible(true);
   one.Successful_FTP("File Transfer Complete.");
@@ -283,44 +269,23 @@ TEST_F(DropTest, StatusReceiverWritesIntoTheRowOfItsSessionAndTheFirstEndHidesTh
   window.ChasingArrows1->setVisible(true);
   two.Error_FTP("Error: 104");
   EXPECT_TRUE(window.ChasingArrows1->isHidden());
-  EXPECT_EQ(Column(2), (QStringList{"File Transfer Complete.", "Error: 104"}));
-}
-
-TEST_F(DropTest, TheIndicatorShowsDuringADropAndAnimatesWhileShown) {
-  MainWindow& window = *MainWindow::Instance();
-  window.show();
-  WriteFile(local.filePath("a"), "a");
-  Server("0").OnConnect({Line("220 ready")});  // then silent: the session waits at USER
-  Drop({local.filePath("a")});
-  ASSERT_FALSE(window.ChasingArrows1->isHidden());
-  EXPECT_TRUE(window.ChasingArrows1->Animating());
-  const int angle = window.ChasingArrows1->Angle();
-  EXPECT_TRUE(RunUntil([&] { return window.ChasingArrows1->Angle() != angle; }, 2000));
-  window.ChasingArrows1->setVisible(false);
-  EXPECT_FALSE(window.ChasingArrows1->Animating());
-}
-
-TEST_F(DropTest, CancelWithoutASelectedRowBeepsAndCancelsNothing) {
-  WriteFile(local.filePath("a"), "a");
-  Server("0").OnConnect({Line("220 ready")});
-  Drop({local.filePath("a")});
-  ASSERT_TRUE(RunUntil([&] { return Rows().Cell(0, 2) == "Send UserID"; }));
-  MainWindow::Instance()->CancelPushButton->click();
-  EXPECT_EQ(beeps, 1);
-  EXPECT_EQ(Rows().Cell(0, 2), "Send UserID");
-  EXPECT_NE(Globals::Session[0]->CommandSocket, nullptr);
+  EXPECT_EQ(Column(2), (QStringList{"File Transfer Complete.", "Error: 104", "File Transfer Complete."}));
 }
 
 TEST_F(DropTest, CancelEndsTheSelectedSessionOnlyWithoutAbor) {
-  WriteFile(local.filePath("a"), "a");
-  WriteFile(local.filePath("b"), "b");
   Server("0").OnConnect({Line("220 ready")});
   Server("1").OnConnect({Line("220 ready")});
-  Drop({local.filePath("a"), local.filePath("b")});
+  Drop({Local("a"), Local("b")});
   ASSERT_TRUE(RunUntil([&] { return Column(2) == QStringList{"Send UserID", "Send UserID"}; }));
+  // Without a selected row: a beep, and nothing is cancelled.
+  MainWindow::Instance()->CancelPushButton->click();
+  EXPECT_EQ(beeps, 1);
+  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Send UserID"}));
+  EXPECT_NE(Globals::Session[1]->CommandSocket, nullptr);
+
   Rows().SetListIndex(1);
   MainWindow::Instance()->CancelPushButton->click();
-  EXPECT_EQ(beeps, 0);
+  EXPECT_EQ(beeps, 1);
   EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Session cancelled by user."}));
   EXPECT_EQ(Globals::Session[1]->CommandSocket, nullptr);
   EXPECT_EQ(Globals::Session[1]->DataSocket, nullptr);
@@ -334,50 +299,27 @@ TEST_F(DropTest, CancelEndsTheSelectedSessionOnlyWithoutAbor) {
   EXPECT_EQ(Rows().Cell(1, 2), "Session cancelled by user.");
 }
 
-TEST_F(DropTest, CancelAfterTheEndReplacesTheResult) {
-  WriteFile(local.filePath("a"), "a");
-  Logon("0").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR a", Stored())
-      .Expect("QUIT", {Line("221 bye")});
-  Drop({local.filePath("a")});
-  ASSERT_TRUE(AllEnded());
-  ASSERT_EQ(Rows().Cell(0, 2), "File Transfer Complete.");
-  Rows().SetListIndex(0);
-  MainWindow::Instance()->CancelPushButton->click();
-  EXPECT_EQ(Rows().Cell(0, 2), "Session cancelled by user.");
-}
-
 TEST_F(DropTest, ASecondDropStartsAgainAtIdZeroAndOldReportsLandInTheNewRows) {
-  WriteFile(local.filePath("a"), "a");
-  WriteFile(local.filePath("b"), "b");
-  WriteFile(local.filePath("c"), "c");
   // First drop: session "0" waits for the answer to USER, session "1" for its greeting.
-  ScriptedFtpServer oldZero;
-  oldZero.OnConnect({Line("220 ready")}).Expect("USER u", {Delay(300), Line("331 ok")});
+  Server("0").OnConnect({Line("220 ready")}).Expect("USER u", {Delay(300), Line("331 ok")});
   Server("1");
-  MainWindow::SetNewSessionHook([&](FTPSessionClass& session) {
-    session.CommandPort = session.ID == "0" ? oldZero.Port() : servers["1"]->Port();
-    started.append(session.shared_from_this());
-  });
-  Drop({local.filePath("a"), local.filePath("b")});
+  Drop({Local("a"), Local("b")});
   ASSERT_EQ(Rows().ListCount(), 2);
   const std::weak_ptr<FTPSessionClass> oldSession = Globals::Session[0];
-  ASSERT_TRUE(RunUntil([&] { return oldZero.Commands() == QStringList{"USER u"}; }));
+  const std::unique_ptr<ScriptedFtpServer> oldZero = std::move(servers["0"]);
+  ASSERT_TRUE(RunUntil([&] { return oldZero->Commands() == QStringList{"USER u"}; }));
 
-  // Second drop: one item, again ID "0", to a server that never greets.
-  Server("new0");
-  MainWindow::SetNewSessionHook([&](FTPSessionClass& session) {
-    session.CommandPort = servers["new0"]->Port();
-    started.append(session.shared_from_this());
-  });
-  Drop({local.filePath("c")});
+  // Second drop: one item, again ID "0", to a new server that never greets.
+  Server("0");
+  Drop({Local("c")});
   EXPECT_EQ(Column(0), QStringList{"0"});
   ASSERT_EQ(Globals::Session.size(), 1);
   EXPECT_EQ(Globals::Session[0]->ID, "0");
   EXPECT_NE(Globals::Session[0], oldSession.lock());
   // The old session "0" goes on: its next step shows in the new row "0".
   ASSERT_TRUE(RunUntil([&] { return Rows().Cell(0, 2) == "Send Password"; }));
-  EXPECT_TRUE(RunUntil([&] { return oldZero.Commands().size() == 2; }));
-  EXPECT_EQ(oldZero.Commands(), (QStringList{"USER u", "PASS p"}));
+  EXPECT_TRUE(RunUntil([&] { return oldZero->Commands().size() == 2; }));
+  EXPECT_EQ(oldZero->Commands(), (QStringList{"USER u", "PASS p"}));
   EXPECT_FALSE(oldSession.expired());
 }
 
@@ -392,7 +334,7 @@ TEST_F(DropTest, ADragWithoutLocalFilesEmptiesTheListAndSaysSo) {
 }
 
 TEST_F(DropTest, DragItemKeepsOnlyLocalFilesAndNamesFoldersWithASlash) {
-  WriteFile(local.filePath("d/x"), "x");
+  Local("d/x");
   DragItem drag({QUrl("https://example.org/a"), QUrl::fromLocalFile(local.filePath("d")),
                  QUrl::fromLocalFile(local.filePath("d/x"))},
                 FileTypes::pAny);
@@ -407,13 +349,12 @@ TEST_F(DropTest, DragItemKeepsOnlyLocalFilesAndNamesFoldersWithASlash) {
   EXPECT_FALSE(DragItem({QUrl("mailto:x@example.org")}, FileTypes::pAny).FolderItemAvailable());
 }
 
-TEST_F(DropTest, TheWindowsDropEventStartsTheSameDrop) {
+TEST_F(DropTest, TheWindowsDropEventStartsTheSameDropAndTheIndicatorTurns) {
   MainWindow& window = *MainWindow::Instance();
   window.show();
-  WriteFile(local.filePath("a"), "a");
-  Server("0").OnConnect({Line("220 ready")});
+  Server("0").OnConnect({Line("220 ready")});  // then silent: the session waits at USER
   QMimeData files;
-  files.setUrls({QUrl::fromLocalFile(local.filePath("a"))});
+  files.setUrls({QUrl::fromLocalFile(Local("a"))});
   const QPoint inside(250, 100);
   QDragEnterEvent enter(inside, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
   QCoreApplication::sendEvent(&window, &enter);
@@ -423,6 +364,13 @@ TEST_F(DropTest, TheWindowsDropEventStartsTheSameDrop) {
   EXPECT_TRUE(drop.isAccepted());
   ASSERT_TRUE(RunUntil([&] { return Rows().ListCount() == 1 && Rows().Cell(0, 2) == "Send UserID"; }));
   EXPECT_EQ(Globals::Session.size(), 1);
+  // The busy indicator shows and turns while the session runs.
+  ASSERT_FALSE(window.ChasingArrows1->isHidden());
+  EXPECT_TRUE(window.ChasingArrows1->Animating());
+  const int angle = window.ChasingArrows1->Angle();
+  EXPECT_TRUE(RunUntil([&] { return window.ChasingArrows1->Angle() != angle; }, 2000));
+  window.ChasingArrows1->setVisible(false);
+  EXPECT_FALSE(window.ChasingArrows1->Animating());
 
   QMimeData text;
   text.setText("just text");
@@ -433,13 +381,9 @@ TEST_F(DropTest, TheWindowsDropEventStartsTheSameDrop) {
 }
 
 TEST_F(DropTest, HeadlessRunnerPrintsRowsAndFinishesWhenEverySessionHasEnded) {
-  WriteFile(local.filePath("a"), "a");
-  WriteFile(local.filePath("b"), "b");
-  Logon("0").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR a", Stored())
-      .Expect("QUIT", {Line("221 bye")});
+  PutFile("0", "a");
   // Session "1" ends later than "0": its server holds back the answer to QUIT.
-  Logon("1").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR b", Stored())
-      .Expect("QUIT", {Delay(300), Line("221 bye")});
+  PutFile("1", "b", {}, {Delay(300), Line("221 bye")});
   MainWindow::SetRowObserver(nullptr);
   QStringList lines;
   DropRunner runner([&](const QString& line) { lines.append(line); });
@@ -449,7 +393,7 @@ TEST_F(DropTest, HeadlessRunnerPrintsRowsAndFinishesWhenEverySessionHasEnded) {
     ++finishedCalls;
     bothEndedAtFinish = Column(2) == QStringList{"File Transfer Complete.", "File Transfer Complete."};
   });
-  runner.Start({local.filePath("a"), local.filePath("b")});
+  runner.Start({Local("a"), Local("b")});
   ASSERT_TRUE(RunUntil([&] { return runner.Finished(); }));
   EXPECT_EQ(finishedCalls, 1);
   EXPECT_TRUE(bothEndedAtFinish);
@@ -459,20 +403,18 @@ TEST_F(DropTest, HeadlessRunnerPrintsRowsAndFinishesWhenEverySessionHasEnded) {
   EXPECT_EQ(lines.last(), "row\t1\tFile Transfer Complete.");
 }
 
-TEST_F(DropTest, HeadlessRunnerFailsWhenOneRowDidNotSucceed) {
-  WriteFile(local.filePath("a"), "a");
-  WriteFile(local.filePath("b"), "b");
-  Logon("0").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR a", Stored())
-      .Expect("QUIT", {Line("221 bye")});
-  Logon("1").Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()})
-      .Expect("STOR b", {Line("553 no\tway")});
+TEST_F(DropTest, AFailedSessionLeavesItsMessageInItsRowOnlyAndTheHeadlessRunnerFails) {
+  Server("0").OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("530 no\tway")});
+  PutFile("1", "b");
   QStringList lines;
   DropRunner runner([&](const QString& line) { lines.append(line); });
-  runner.Start({local.filePath("a"), local.filePath("b")});
+  runner.Start({Local("a"), Local("b")});
   ASSERT_TRUE(RunUntil([&] { return runner.Finished(); }));
   EXPECT_EQ(runner.ExitStatus(), 1);
+  EXPECT_EQ(Column(2), (QStringList{"Error: 530 no\tway\n", "File Transfer Complete."}));
+  EXPECT_TRUE(messages.isEmpty());  // no dialog
   // Control characters of the text are escaped, so each change stays one line.
-  EXPECT_TRUE(lines.contains("row\t1\tError: 553 no\\tway\\n")) << lines.join('\n').toStdString();
+  EXPECT_TRUE(lines.contains("row\t0\tError: 530 no\\tway\\n")) << lines.join('\n').toStdString();
 }
 
 TEST(DropRunnerTextTest, EscapeTextKeepsEveryReportOnOneLine) {

@@ -6,6 +6,7 @@
 #include "app/FileTypes.h"
 #include "platform/Exceptions.h"
 #include "platform/FolderItem.h"
+#include "support/TestFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,20 +15,15 @@
 
 #include <sys/stat.h>
 
+#include <optional>
+
 namespace velmar::test {
 namespace {
 
 class PreferencesTest : public AppFixture {
 protected:
-  void WritePreferences(const QByteArray& bytes) {
-    QFile file(PreferencesPath());
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_EQ(file.write(bytes), bytes.size());
-  }
-  QByteArray ReadPreferences() {
-    QFile file(PreferencesPath());
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-  }
+  void WritePreferences(const QByteArray& bytes) { WriteFile(PreferencesPath(), bytes); }
+  QByteArray ReadPreferences() { return ReadFile(PreferencesPath()); }
   int PreferencesMode() {
     struct stat info {};
     if (::stat(QFile::encodeName(PreferencesPath()).constData(), &info) != 0) return -1;
@@ -40,48 +36,37 @@ protected:
     Globals::Password = password;
   }
   QStringList All() { return {Globals::Server, Globals::ServerPath, Globals::LoginID, Globals::Password}; }
+  // The window's four fields, in the order of the file's lines.
+  static QList<QLineEdit*> Fields(PreferencesWindow& w) {
+    return {w.ServerEditField, w.ServerPathEditField, w.LoginIDEditField, w.PasswordEditField};
+  }
+  static QStringList Texts(PreferencesWindow& w) {
+    QStringList texts;
+    for (QLineEdit* field : Fields(w)) texts << field->text();
+    return texts;
+  }
 };
 
 TEST_F(PreferencesTest, LoadReadsFourLinesInOrder) {
-  WritePreferences("ftp.example.org\n/incoming\nmärta\npa ss\n");
-  Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"ftp.example.org", "/incoming", QString::fromUtf8("märta"), "pa ss"}));
-}
-
-TEST_F(PreferencesTest, LoadTakesCrLfMissingLinesAsEmptyAndIgnoresSurplus) {
-  WritePreferences("host\r\n\r\nuser\r\n");
-  SetAll("a", "b", "c", "d");
-  Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"host", "", "user", ""}));
-
-  WritePreferences("h\np\nu\npw\nsurplus\nmore\n");
-  Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"h", "p", "u", "pw"}));
-
-  WritePreferences("");
-  Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"", "", "", ""}));
-  EXPECT_TRUE(messages.isEmpty());
-}
-
-TEST_F(PreferencesTest, LoadWithoutAFileLeavesTheSettingsAlone) {
-  SetAll("a", "b", "c", "d");
-  Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"a", "b", "c", "d"}));
-  EXPECT_TRUE(messages.isEmpty());
-  EXPECT_FALSE(QFile::exists(PreferencesPath()));
-}
-
-TEST_F(PreferencesTest, LoadOfAnUnreadableFileRaisesWithItsPath) {
-  ASSERT_TRUE(QDir().mkpath(PreferencesPath()));  // a folder where the file should be
-  SetAll("a", "b", "c", "d");
-  try {
+  // CR LF ends lines too, missing lines are empty, surplus lines are ignored; without a file
+  // the settings stay as they were.
+  const std::pair<std::optional<QByteArray>, QStringList> rows[] = {
+      {"ftp.example.org\n/incoming\nmärta\npa ss\n", {"ftp.example.org", "/incoming", "märta", "pa ss"}},
+      {"host\r\n\r\nuser\r\n", {"host", "", "user", ""}},
+      {"h\np\nu\npw\nsurplus\nmore\n", {"h", "p", "u", "pw"}},
+      {"", {"", "", "", ""}},
+      {std::nullopt, {"a", "b", "c", "d"}},
+  };
+  for (const auto& [file, expected] : rows) {
+    SCOPED_TRACE(file ? file->toStdString() : "no file");
+    QFile::remove(PreferencesPath());
+    if (file) WritePreferences(*file);
+    SetAll("a", "b", "c", "d");
     Globals::LoadPreferences();
-    FAIL() << "no exception";
-  } catch (const NilObjectException& e) {
-    EXPECT_TRUE(e.Message().contains(PreferencesPath())) << e.Message().toStdString();
+    EXPECT_EQ(All(), expected);
+    EXPECT_EQ(QFile::exists(PreferencesPath()), file.has_value());
   }
-  EXPECT_EQ(All(), (QStringList{"a", "b", "c", "d"}));
+  EXPECT_TRUE(messages.isEmpty());
 }
 
 TEST_F(PreferencesTest, SaveWritesFourUtf8LinesOwnerOnlyAndReadsBack) {
@@ -106,57 +91,46 @@ TEST_F(PreferencesTest, SaveReplacesAnOpenFileAndTightensItsMode) {
   EXPECT_EQ(PreferencesMode(), 0600);
 }
 
-TEST_F(PreferencesTest, SaveFailureShowsTheMessageAndKeepsTheValues) {
-  ASSERT_TRUE(QDir().mkpath(PreferencesPath()));
-  SetAll("h", "p", "u", "pw");
-  Globals::SavePreferences();
-  EXPECT_EQ(messages, QStringList{"Problems creating preferences file"});
-  EXPECT_EQ(All(), (QStringList{"h", "p", "u", "pw"}));
-}
-
-TEST_F(PreferencesTest, WindowOpensWithTheSettingsAndSaveStoresWhatWasTyped) {
-  SetAll("old.example", "/old", "olduser", "oldpw");
+TEST_F(PreferencesTest, TheWindowShowsTheSettingsCancelStoresNothingAndSaveStoresWhatWasTyped) {
+  const QStringList old{"old.example", "/old", "olduser", "oldpw"};
+  const QStringList typed{" new.example ", "", "new user", "new\tpw"};
+  SetAll(old[0], old[1], old[2], old[3]);
   PreferencesWindow* window = PreferencesWindow::Instance();
-  EXPECT_EQ(window->ServerEditField->text(), "old.example");
-  EXPECT_EQ(window->ServerPathEditField->text(), "/old");
-  EXPECT_EQ(window->LoginIDEditField->text(), "olduser");
-  EXPECT_EQ(window->PasswordEditField->text(), "oldpw");
-  // Stored as typed: blanks are kept, nothing is checked.
-  window->ServerEditField->setText(" new.example ");
-  window->ServerPathEditField->setText("");
-  window->LoginIDEditField->setText("new user");
-  window->PasswordEditField->setText("new\tpw");
+  EXPECT_EQ(Texts(*window), old);
+  for (int i = 0; i < 4; ++i) Fields(*window)[i]->setText(typed[i]);
+  window->CancelPushButton->click();
+  EXPECT_EQ(All(), old);
+  EXPECT_FALSE(QFile::exists(PreferencesPath()));
+  EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
+
+  // Opened again it shows the old values; Save stores as typed: blanks are kept, nothing is checked.
+  window = PreferencesWindow::Instance();
+  EXPECT_EQ(Texts(*window), old);
+  for (int i = 0; i < 4; ++i) Fields(*window)[i]->setText(typed[i]);
   window->SavePushButton->click();
-  EXPECT_EQ(All(), (QStringList{" new.example ", "", "new user", "new\tpw"}));
+  EXPECT_EQ(All(), typed);
   EXPECT_EQ(ReadPreferences(), QByteArray(" new.example \n\nnew user\nnew\tpw\n"));
   EXPECT_EQ(PreferencesMode(), 0600);
   EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
   EXPECT_TRUE(messages.isEmpty());
 }
 
-TEST_F(PreferencesTest, CancelStoresNothingAndTheNextOpeningShowsTheOldValues) {
-  SetAll("keep.example", "/keep", "keeper", "kept");
-  Globals::SavePreferences();
-  const QByteArray before = ReadPreferences();
-  PreferencesWindow* window = PreferencesWindow::Instance();
-  window->ServerEditField->setText("edited");
-  window->PasswordEditField->setText("edited");
-  window->CancelPushButton->click();
-  EXPECT_EQ(All(), (QStringList{"keep.example", "/keep", "keeper", "kept"}));
-  EXPECT_EQ(ReadPreferences(), before);
-  EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
-  window = PreferencesWindow::Instance();
-  EXPECT_EQ(window->ServerEditField->text(), "keep.example");
-  EXPECT_EQ(window->PasswordEditField->text(), "kept");
-}
-
-TEST_F(PreferencesTest, SaveThatFailsStillClosesTheWindow) {
+TEST_F(PreferencesTest, AFolderInPlaceOfTheFileFailsLoadWithItsPathAndSaveWithAMessage) {
   ASSERT_TRUE(QDir().mkpath(PreferencesPath()));
+  SetAll("h", "p", "u", "pw");
+  try {
+    Globals::LoadPreferences();
+    FAIL() << "no exception";
+  } catch (const NilObjectException& e) {
+    EXPECT_TRUE(e.Message().contains(PreferencesPath())) << e.Message().toStdString();
+  }
+  EXPECT_EQ(All(), (QStringList{"h", "p", "u", "pw"}));
+  // Save from the window: the values stay as typed, and the window closes all the same.
   PreferencesWindow* window = PreferencesWindow::Instance();
   window->ServerEditField->setText("typed");
   window->SavePushButton->click();
   EXPECT_EQ(messages, QStringList{"Problems creating preferences file"});
-  EXPECT_EQ(Globals::Server, "typed");
+  EXPECT_EQ(All(), (QStringList{"typed", "p", "u", "pw"}));
   EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
 }
 
@@ -208,24 +182,22 @@ TEST_F(PreferencesTest, EachEmptySettingButTheServerPathCountsAsMissing) {
   }
 }
 
-TEST_F(PreferencesTest, ServerSetupHidesTheMainWindowWhileTheSettingsAreOpen) {
+TEST_F(PreferencesTest, ServerSetupHidesTheMainWindowWhileTheSettingsAreOpenAndFinishQuits) {
   MainWindow* window = MainWindow::Instance();
   window->show();
   bool hiddenMeanwhile = false;
   whileModal = [&](QDialog& dialog) {
     hiddenMeanwhile = !window->isVisible();
-    EXPECT_NE(dynamic_cast<PreferencesWindow*>(&dialog), nullptr);
+    ASSERT_NE(dynamic_cast<PreferencesWindow*>(&dialog), nullptr);
     dynamic_cast<PreferencesWindow&>(dialog).CancelPushButton->click();
   };
   window->ServerPushButton->click();
   EXPECT_EQ(modals.size(), 1);
   EXPECT_TRUE(hiddenMeanwhile);
   EXPECT_TRUE(window->isVisible());
-}
+  EXPECT_TRUE(quits.isEmpty());
 
-TEST_F(PreferencesTest, FinishClosesTheWindowAndQuitsAtOnce) {
-  MainWindow* window = MainWindow::Instance();
-  window->show();
+  // Finish closes the window and quits at once.
   window->CancelPushButton1->click();
   EXPECT_EQ(quits, QList<int>{0});
   EXPECT_FALSE(window->isVisible());
@@ -234,11 +206,8 @@ TEST_F(PreferencesTest, FinishClosesTheWindowAndQuitsAtOnce) {
 }
 
 TEST(FileTypesTest, AnyTakesEveryFileAndFolder) {
+  // Its other fields (no extensions, "????" codes) show in what it accepts.
   ASSERT_NE(FileTypes::pAny, nullptr);
-  EXPECT_EQ(FileTypes::pAny->Name, "any");
-  EXPECT_TRUE(FileTypes::pAny->Extensions.isEmpty());
-  EXPECT_EQ(FileTypes::pAny->MacType, "????");
-  EXPECT_EQ(FileTypes::pAny->MacCreator, "????");
   EXPECT_EQ(FileTypes::Find("ANY"), FileTypes::pAny);
   EXPECT_EQ(FileTypes::Find("text"), nullptr);
   EXPECT_TRUE(FileTypes::pAny->Accepts(FolderItem("/etc/hostname")));

@@ -1,5 +1,5 @@
 // The framework's string functions: 1-based positions, case-insensitive search, number
-// parsing and formatting.
+// parsing and formatting. Each test is a table: the edge cases of one function side by side.
 #include "platform/Strings.h"
 
 #include <gtest/gtest.h>
@@ -9,225 +9,129 @@
 namespace velmar::test {
 namespace {
 
-TEST(StringsTest, InStrIsOneBasedAndIgnoresCase) {
-  EXPECT_EQ(InStr(QStringLiteral("abc"), QStringLiteral("a")), 1);
-  EXPECT_EQ(InStr(QStringLiteral("abc"), QStringLiteral("c")), 3);
-  EXPECT_EQ(InStr(QStringLiteral("abc"), QStringLiteral("d")), 0);
-  EXPECT_EQ(InStr(QStringLiteral("abc"), QString()), 0);
-  EXPECT_EQ(InStr(QString(), QStringLiteral("a")), 0);
-  EXPECT_EQ(InStr(QStringLiteral("230 User logged in"), QStringLiteral("LOGGED")), 10);
-  EXPECT_EQ(InStr(QStringLiteral("Microsoft FTP Service"), QStringLiteral("microsoft")), 1);
-  EXPECT_EQ(InStr(QStringLiteral("ÄrGER"), QStringLiteral("äRger")), 1);
+// A computed text and the text it should be; the row number names a failing row.
+using TextRows = std::initializer_list<std::pair<QString, QString>>;
+
+void ExpectRows(TextRows rows) {
+  int row = 0;
+  for (const auto& [got, expected] : rows) EXPECT_EQ(got, expected) << "row " << row++;
 }
 
-TEST(StringsTest, InStrFromAStartPosition) {
-  const QString text = QStringLiteral("a-b-c");
-  EXPECT_EQ(InStr(1, text, QStringLiteral("-")), 2);
-  EXPECT_EQ(InStr(2, text, QStringLiteral("-")), 2);  // the start itself is searched
-  EXPECT_EQ(InStr(3, text, QStringLiteral("-")), 4);
-  EXPECT_EQ(InStr(5, text, QStringLiteral("-")), 0);
-  EXPECT_EQ(InStr(6, text, QStringLiteral("c")), 0);  // past the end
-  EXPECT_EQ(InStr(0, text, QStringLiteral("a")), 1);  // before the start counts as 1
-  EXPECT_EQ(InStr(-7, text, QStringLiteral("a")), 1);
-  EXPECT_EQ(InStr(3, QStringLiteral("xAxa"), QStringLiteral("A")), 4);
+TEST(StringsTest, InStrIsOneBasedFromAStartAndIgnoresCase) {
+  // Start 1 is also checked through the two-argument form; a start before 1 counts as 1.
+  const struct { int start; QString text, find; int expected; } rows[] = {
+      {1, "abc", "a", 1}, {1, "abc", "c", 3}, {1, "abc", "d", 0}, {1, "abc", {}, 0}, {1, {}, "a", 0},
+      {1, "230 User logged in", "LOGGED", 10}, {1, "Microsoft FTP Service", "microsoft", 1},
+      {1, "ÄrGER", "äRger", 1}, {1, "a-b-c", "-", 2}, {2, "a-b-c", "-", 2}, {3, "a-b-c", "-", 4},
+      {5, "a-b-c", "-", 0}, {6, "a-b-c", "c", 0}, {0, "a-b-c", "a", 1}, {-7, "a-b-c", "a", 1},
+      {3, "xAxa", "A", 4},
+  };
+  for (const auto& r : rows) {
+    const std::string trace = std::to_string(r.start) + " " + r.text.toStdString() + " / " + r.find.toStdString();
+    EXPECT_EQ(InStr(r.start, r.text, r.find), r.expected) << trace;
+    if (r.start == 1) {
+      EXPECT_EQ(InStr(r.text, r.find), r.expected) << trace;
+    }
+  }
 }
 
 TEST(StringsTest, LeftRightMidClamp) {
-  const QString text = QStringLiteral("hello");
-  EXPECT_EQ(Left(text, 2), QStringLiteral("he"));
-  EXPECT_EQ(Left(text, 0), QString());
-  EXPECT_EQ(Left(text, -1), QString());
-  EXPECT_EQ(Left(text, 99), text);
-  EXPECT_EQ(Right(text, 2), QStringLiteral("lo"));
-  EXPECT_EQ(Right(text, 0), QString());
-  EXPECT_EQ(Right(text, 99), text);
-
-  EXPECT_EQ(Mid(text, 1), text);
-  EXPECT_EQ(Mid(text, 2), QStringLiteral("ello"));
-  EXPECT_EQ(Mid(text, 5), QStringLiteral("o"));
-  EXPECT_EQ(Mid(text, 6), QString());
-  EXPECT_EQ(Mid(text, 0), text);
-  EXPECT_EQ(Mid(text, -3), text);
-  EXPECT_EQ(Mid(text, 2, 3), QStringLiteral("ell"));
-  EXPECT_EQ(Mid(text, 4, 99), QStringLiteral("lo"));
-  EXPECT_EQ(Mid(text, 2, 0), QString());
-  EXPECT_EQ(Mid(text, 2, -1), QStringLiteral("ello"));
-  EXPECT_EQ(Mid(text, 0, 2), QStringLiteral("he"));
-  EXPECT_EQ(Mid(text, 9, 2), QString());
-  EXPECT_EQ(Len(text), 5);
+  const QString t = QStringLiteral("hello");
+  ExpectRows({{Left(t, 2), "he"}, {Left(t, 0), ""}, {Left(t, -1), ""}, {Left(t, 99), t},
+              {Right(t, 2), "lo"}, {Right(t, 0), ""}, {Right(t, 99), t},
+              {Mid(t, 1), t}, {Mid(t, 2), "ello"}, {Mid(t, 5), "o"}, {Mid(t, 6), ""}, {Mid(t, 0), t},
+              {Mid(t, -3), t}, {Mid(t, 2, 3), "ell"}, {Mid(t, 4, 99), "lo"}, {Mid(t, 2, 0), ""},
+              {Mid(t, 2, -1), "ello"}, {Mid(t, 0, 2), "he"}, {Mid(t, 9, 2), ""}});
+  EXPECT_EQ(Len(t), 5);
   EXPECT_EQ(Len(QString()), 0);
 }
 
 TEST(StringsTest, SplitKeepsEmptyPiecesAndMatchesDelimiterIgnoringCase) {
-  EXPECT_EQ(Split(QStringLiteral("a,,b"), QStringLiteral(",")),
-            (QStringList{QStringLiteral("a"), QString(), QStringLiteral("b")}));
-  EXPECT_EQ(Split(QString(), QStringLiteral(",")), QStringList{QString()});
-  EXPECT_EQ(Split(QStringLiteral(",a,"), QStringLiteral(",")),
-            (QStringList{QString(), QStringLiteral("a"), QString()}));
-  EXPECT_EQ(Split(QStringLiteral("1x2X3"), QStringLiteral("x")),
-            (QStringList{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")}));
-  EXPECT_EQ(Split(QStringLiteral("a\r\nb"), QStringLiteral("\r\n")),
-            (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
-}
-
-TEST(StringsTest, SplitWithEmptyDelimiterGivesCharacters) {
-  EXPECT_EQ(Split(QStringLiteral("abc"), QString()),
-            (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
-  // A character outside the BMP stays one piece.
-  const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");
-  EXPECT_EQ(Split(QStringLiteral("a") + clef, QString()), (QStringList{QStringLiteral("a"), clef}));
-  EXPECT_EQ(Split(QString(), QString()), QStringList{QString()});
+  const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");  // outside the BMP: one piece
+  const std::pair<QStringList, QStringList> rows[] = {
+      {Split("a,,b", ","), {"a", "", "b"}},
+      {Split(QString(), ","), {""}},
+      {Split(",a,", ","), {"", "a", ""}},
+      {Split("1x2X3", "x"), {"1", "2", "3"}},
+      {Split("a\r\nb", "\r\n"), {"a", "b"}},
+      // An empty delimiter gives the characters.
+      {Split("abc", QString()), {"a", "b", "c"}},
+      {Split("a" + clef, QString()), {"a", clef}},
+      {Split(QString(), QString()), {""}},
+  };
+  for (const auto& [got, expected] : rows) EXPECT_EQ(got, expected) << expected.join('|').toStdString();
 }
 
 TEST(StringsTest, NthFieldAndCountFields) {
   const QString line = QStringLiteral("drwxr-xr-x  2 ftp ftp");
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 1), QStringLiteral("drwxr-xr-x"));
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 2), QString());  // between the two blanks
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 3), QStringLiteral("2"));
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 5), QStringLiteral("ftp"));
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 6), QString());
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), 0), QString());
-  EXPECT_EQ(NthField(line, QStringLiteral(" "), -1), QString());
-  EXPECT_EQ(NthField(QStringLiteral("331-x"), QStringLiteral("-"), 1), QStringLiteral("331"));
-  EXPECT_EQ(NthField(QStringLiteral("AxBXC"), QStringLiteral("x"), 3), QStringLiteral("C"));
-
-  EXPECT_EQ(CountFields(line, QStringLiteral(" ")), 5);
-  EXPECT_EQ(CountFields(QStringLiteral("a,,b"), QStringLiteral(",")), 3);
-  EXPECT_EQ(CountFields(QStringLiteral("abc"), QStringLiteral(",")), 1);
-  EXPECT_EQ(CountFields(QString(), QStringLiteral(",")), 1);
-  EXPECT_EQ(CountFields(QStringLiteral("abc"), QString()), 3);
+  ExpectRows({{NthField(line, " ", 1), "drwxr-xr-x"}, {NthField(line, " ", 2), ""},  // between the blanks
+              {NthField(line, " ", 3), "2"}, {NthField(line, " ", 5), "ftp"}, {NthField(line, " ", 6), ""},
+              {NthField(line, " ", 0), ""}, {NthField(line, " ", -1), ""}, {NthField("331-x", "-", 1), "331"},
+              {NthField("AxBXC", "x", 3), "C"}});
+  EXPECT_EQ(CountFields(line, " "), 5);
+  EXPECT_EQ(CountFields("a,,b", ","), 3);
+  EXPECT_EQ(CountFields("abc", ","), 1);
+  EXPECT_EQ(CountFields(QString(), ","), 1);
+  EXPECT_EQ(CountFields("abc", QString()), 3);
 }
 
-TEST(StringsTest, ReplaceFirstOrAllIgnoringCase) {
-  EXPECT_EQ(Replace(QStringLiteral("a/B/b"), QStringLiteral("b"), QStringLiteral("x")), QStringLiteral("a/x/b"));
-  EXPECT_EQ(ReplaceAll(QStringLiteral("a/B/b"), QStringLiteral("b"), QStringLiteral("x")), QStringLiteral("a/x/x"));
-  EXPECT_EQ(Replace(QStringLiteral("abc"), QStringLiteral("z"), QStringLiteral("x")), QStringLiteral("abc"));
-  EXPECT_EQ(Replace(QStringLiteral("abc"), QString(), QStringLiteral("x")), QStringLiteral("abc"));
-  EXPECT_EQ(ReplaceAll(QStringLiteral("abc"), QString(), QStringLiteral("x")), QStringLiteral("abc"));
-  // The replacement is not searched again.
-  EXPECT_EQ(ReplaceAll(QStringLiteral("aa"), QStringLiteral("a"), QStringLiteral("aa")), QStringLiteral("aaaa"));
-  EXPECT_EQ(ReplaceAll(QStringLiteral("//x//"), QStringLiteral("//"), QStringLiteral("/")), QStringLiteral("/x/"));
-}
-
-TEST(StringsTest, ReplaceLineEndingsHandlesEveryEnding) {
-  EXPECT_EQ(ReplaceLineEndings(QStringLiteral("a\r\nb\rc\nd"), QStringLiteral("\n")), QStringLiteral("a\nb\nc\nd"));
-  EXPECT_EQ(ReplaceLineEndings(QStringLiteral("a\nb\n"), QStringLiteral("\r\n")), QStringLiteral("a\r\nb\r\n"));
-  EXPECT_EQ(ReplaceLineEndings(QStringLiteral("\n\r"), QStringLiteral("|")), QStringLiteral("||"));
-  EXPECT_EQ(ReplaceLineEndings(QStringLiteral("\r\n\r\n"), QStringLiteral("|")), QStringLiteral("||"));
-}
-
-TEST(StringsTest, SameLowercaseLTrim) {
-  EXPECT_TRUE(Same(QStringLiteral("RETR"), QStringLiteral("retr")));
-  EXPECT_FALSE(Same(QStringLiteral("RETR"), QStringLiteral("RET")));
-  EXPECT_EQ(Lowercase(QStringLiteral("AbC")), QStringLiteral("abc"));
-  EXPECT_EQ(LTrim(QStringLiteral(" \t\r\n x y ")), QStringLiteral("x y "));
-  EXPECT_EQ(LTrim(QStringLiteral("   ")), QString());
-  EXPECT_EQ(LTrim(QStringLiteral("x")), QStringLiteral("x"));
+TEST(StringsTest, ReplacingAndSmallConversions) {
+  ExpectRows({{Replace("a/B/b", "b", "x"), "a/x/b"}, {ReplaceAll("a/B/b", "b", "x"), "a/x/x"},
+              {Replace("abc", "z", "x"), "abc"}, {Replace("abc", {}, "x"), "abc"},
+              {ReplaceAll("abc", {}, "x"), "abc"},
+              // The replacement is not searched again.
+              {ReplaceAll("aa", "a", "aa"), "aaaa"}, {ReplaceAll("//x//", "//", "/"), "/x/"},
+              {ReplaceLineEndings("a\r\nb\rc\nd", "\n"), "a\nb\nc\nd"},
+              {ReplaceLineEndings("a\nb\n", "\r\n"), "a\r\nb\r\n"},
+              {ReplaceLineEndings("\n\r", "|"), "||"}, {ReplaceLineEndings("\r\n\r\n", "|"), "||"},
+              {Lowercase("AbC"), "abc"}, {LTrim(" \t\r\n x y "), "x y "}, {LTrim("   "), ""}, {LTrim("x"), "x"}});
+  EXPECT_TRUE(Same("RETR", "retr"));
+  EXPECT_FALSE(Same("RETR", "RET"));
 }
 
 TEST(StringsTest, ValParsesTheLeadingNumber) {
-  EXPECT_EQ(Val(QStringLiteral("331-x")), 331);
-  EXPECT_EQ(Val(QStringLiteral("226 Transfer complete")), 226);
-  EXPECT_EQ(Val(QStringLiteral("abc")), 0);
-  EXPECT_EQ(Val(QString()), 0);
-  EXPECT_EQ(Val(QStringLiteral("12.5kb")), 12.5);
-  EXPECT_EQ(Val(QStringLiteral("-3")), -3);
-  EXPECT_EQ(Val(QStringLiteral("+4")), 4);
-  EXPECT_EQ(Val(QStringLiteral("  42 ")), 42);
-  EXPECT_EQ(Val(QStringLiteral(".5")), 0.5);
-  EXPECT_EQ(Val(QStringLiteral("1.2.3")), 1.2);
-  EXPECT_EQ(Val(QStringLiteral("1e3x")), 1000);
-  EXPECT_EQ(Val(QStringLiteral("2E-1")), 0.2);
-  EXPECT_EQ(Val(QStringLiteral("7e")), 7);  // no digits after the exponent mark
-  EXPECT_EQ(Val(QStringLiteral("7e+")), 7);
-  EXPECT_EQ(Val(QStringLiteral("- 3")), 0);
-  EXPECT_EQ(Val(QStringLiteral("-")), 0);
-  EXPECT_EQ(Val(QStringLiteral(".")), 0);
-  EXPECT_EQ(Val(QStringLiteral("&h1F")), 0);
-  EXPECT_EQ(Val(QStringLiteral("4294967296")), 4294967296.0);
-  EXPECT_EQ(Val(QStringLiteral("1e999")), std::numeric_limits<double>::infinity());
+  const std::pair<QString, double> rows[] = {
+      {"331-x", 331}, {"226 Transfer complete", 226}, {"abc", 0}, {{}, 0}, {"12.5kb", 12.5}, {"-3", -3},
+      {"+4", 4}, {"  42 ", 42}, {".5", 0.5}, {"1.2.3", 1.2}, {"1e3x", 1000}, {"2E-1", 0.2},
+      {"7e", 7}, {"7e+", 7},  // no digits after the exponent mark
+      {"- 3", 0}, {"-", 0}, {".", 0}, {"&h1F", 0}, {"4294967296", 4294967296.0},
+      {"1e999", std::numeric_limits<double>::infinity()},
+  };
+  for (const auto& [text, expected] : rows) EXPECT_EQ(Val(text), expected) << "'" << text.toStdString() << "'";
 }
 
-TEST(StringsTest, StrWritesWholeNumbersWithoutDecimals) {
-  EXPECT_EQ(Str(331), QStringLiteral("331"));
-  EXPECT_EQ(Str(-1), QStringLiteral("-1"));
-  EXPECT_EQ(Str(0), QStringLiteral("0"));
-  EXPECT_EQ(Str(-0.0), QStringLiteral("0"));
-  EXPECT_EQ(Str(4294967296.0), QStringLiteral("4294967296"));
-  EXPECT_EQ(Str(123456789012.0), QStringLiteral("123456789012"));
+TEST(StringsTest, StrWritesWholeNumbersInFullAndOthersWithSevenSignificantDigits) {
+  ExpectRows({{Str(331), "331"}, {Str(-1), "-1"}, {Str(0), "0"}, {Str(-0.0), "0"},
+              {Str(4294967296.0), "4294967296"}, {Str(123456789012.0), "123456789012"}, {Str(1.5), "1.5"},
+              {Str(-2.25), "-2.25"}, {Str(0.1), "0.1"}, {Str(1.0 / 3.0), "0.3333333"}, {Str(2.0 / 3.0), "0.6666667"},
+              {Str(1234.56789), "1234.568"}, {Str(0.000123456789), "0.0001234568"}, {Str(9.99999999), "10"}});
 }
 
-TEST(StringsTest, StrWritesSevenSignificantDigits) {
-  EXPECT_EQ(Str(1.5), QStringLiteral("1.5"));
-  EXPECT_EQ(Str(-2.25), QStringLiteral("-2.25"));
-  EXPECT_EQ(Str(0.1), QStringLiteral("0.1"));
-  EXPECT_EQ(Str(1.0 / 3.0), QStringLiteral("0.3333333"));
-  EXPECT_EQ(Str(2.0 / 3.0), QStringLiteral("0.6666667"));
-  EXPECT_EQ(Str(1234.56789), QStringLiteral("1234.568"));
-  EXPECT_EQ(Str(0.000123456789), QStringLiteral("0.0001234568"));
-  EXPECT_EQ(Str(9.99999999), QStringLiteral("10"));
-}
-
-TEST(StringsTest, FormatPatterns) {
-  EXPECT_EQ(Format(1234.5678, QStringLiteral("0")), QStringLiteral("1235"));
-  EXPECT_EQ(Format(1234.5678, QStringLiteral("0.0")), QStringLiteral("1234.6"));
-  EXPECT_EQ(Format(1234.5678, QStringLiteral("0.00")), QStringLiteral("1234.57"));
-  EXPECT_EQ(Format(1234.5678, QStringLiteral("#")), QStringLiteral("1235"));
-  EXPECT_EQ(Format(1234567.891, QStringLiteral("#,##0")), QStringLiteral("1,234,568"));
-  EXPECT_EQ(Format(1234567.891, QStringLiteral("#,##0.0")), QStringLiteral("1,234,567.9"));
-  EXPECT_EQ(Format(123, QStringLiteral("#,##0")), QStringLiteral("123"));
-  EXPECT_EQ(Format(123456, QStringLiteral("#,##0")), QStringLiteral("123,456"));
-  EXPECT_EQ(Format(0.25, QStringLiteral("0.0")), QStringLiteral("0.3"));
-  EXPECT_EQ(Format(0.5, QStringLiteral("#.0")), QStringLiteral(".5"));
-  EXPECT_EQ(Format(7, QStringLiteral("000")), QStringLiteral("007"));
-  EXPECT_EQ(Format(2.5, QStringLiteral("0.##")), QStringLiteral("2.5"));
-  EXPECT_EQ(Format(2, QStringLiteral("0.##")), QStringLiteral("2"));
-  EXPECT_EQ(Format(42, QStringLiteral("0 KB")), QStringLiteral("42 KB"));
-  // Zero: "#" shows no digit at all, "0" does.
-  EXPECT_EQ(Format(0, QStringLiteral("#")), QString());
-  EXPECT_EQ(Format(0, QStringLiteral("0")), QStringLiteral("0"));
-  EXPECT_EQ(Format(0, QStringLiteral("#,##0")), QStringLiteral("0"));
-  EXPECT_EQ(Format(0, QStringLiteral("0.00")), QStringLiteral("0.00"));
-}
-
-TEST(StringsTest, FormatRoundsTheExactValueHalfAwayFromZero) {
-  // Exact ties round away from zero.
-  EXPECT_EQ(Format(0.5, QStringLiteral("0")), QStringLiteral("1"));
-  EXPECT_EQ(Format(1.5, QStringLiteral("0")), QStringLiteral("2"));
-  EXPECT_EQ(Format(2.5, QStringLiteral("0")), QStringLiteral("3"));
-  EXPECT_EQ(Format(0.125, QStringLiteral("0.00")), QStringLiteral("0.13"));
-  EXPECT_EQ(Format(-2.5, QStringLiteral("0")), QStringLiteral("-3"));
-  // Not ties: the double lies just above (1.05) or just below (0.15, 2.675) the decimal.
-  EXPECT_EQ(Format(1.05, QStringLiteral("0.0")), QStringLiteral("1.1"));
-  EXPECT_EQ(Format(0.15, QStringLiteral("0.0")), QStringLiteral("0.1"));
-  EXPECT_EQ(Format(2.675, QStringLiteral("0.00")), QStringLiteral("2.67"));
-  // Carries run through every digit.
-  EXPECT_EQ(Format(999.96, QStringLiteral("#,##0.0")), QStringLiteral("1,000.0"));
-  EXPECT_EQ(Format(9.5, QStringLiteral("0")), QStringLiteral("10"));
-}
-
-TEST(StringsTest, FormatNegativeNumbers) {
-  EXPECT_EQ(Format(-1234.5, QStringLiteral("#,##0.0")), QStringLiteral("-1,234.5"));
-  EXPECT_EQ(Format(-1, QStringLiteral("0")), QStringLiteral("-1"));
-  // What rounds to zero has no sign.
-  EXPECT_EQ(Format(-0.04, QStringLiteral("0.0")), QStringLiteral("0.0"));
-  EXPECT_EQ(Format(-0.0, QStringLiteral("0")), QStringLiteral("0"));
-}
-
-TEST(StringsTest, FormatAtTheBoundariesOfASizeFormatter) {
-  // Bytes shown in KB or MB with the patterns a size formatter uses.
-  EXPECT_EQ(Format(1023, QStringLiteral("0")), QStringLiteral("1023"));
-  EXPECT_EQ(Format(1024 / 1024.0, QStringLiteral("0")), QStringLiteral("1"));
-  EXPECT_EQ(Format(1025 / 1024.0, QStringLiteral("0")), QStringLiteral("1"));
-  EXPECT_EQ(Format(1536 / 1024.0, QStringLiteral("0")), QStringLiteral("2"));
-  EXPECT_EQ(Format(1048575 / 1024.0, QStringLiteral("0")), QStringLiteral("1024"));
-  EXPECT_EQ(Format(1048576 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.0"));
-  EXPECT_EQ(Format(1048577 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.0"));
-  EXPECT_EQ(Format(1572864 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.5"));
-  EXPECT_EQ(Format(1101004 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.0"));  // 1.0499992
-  EXPECT_EQ(Format(1101005 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.1"));  // 1.0500002
-  EXPECT_EQ(Format(1048575 / 1048576.0, QStringLiteral("0.0")), QStringLiteral("1.0"));
-  EXPECT_EQ(Format(3221225472.0 / 1048576.0, QStringLiteral("#,##0.0")), QStringLiteral("3,072.0"));
+TEST(StringsTest, FormatPatternsRoundingAndSigns) {
+  const struct { double value; const char* pattern; const char* expected; } rows[] = {
+      {1234.5678, "0", "1235"}, {1234.5678, "0.0", "1234.6"}, {1234.5678, "0.00", "1234.57"},
+      {1234.5678, "#", "1235"}, {1234567.891, "#,##0", "1,234,568"}, {1234567.891, "#,##0.0", "1,234,567.9"},
+      {123, "#,##0", "123"}, {123456, "#,##0", "123,456"}, {0.25, "0.0", "0.3"}, {0.5, "#.0", ".5"},
+      {7, "000", "007"}, {2.5, "0.##", "2.5"}, {2, "0.##", "2"}, {42, "0 KB", "42 KB"},
+      // Zero: "#" shows no digit at all, "0" does.
+      {0, "#", ""}, {0, "0", "0"}, {0, "#,##0", "0"}, {0, "0.00", "0.00"},
+      // Exact ties round away from zero.
+      {0.5, "0", "1"}, {1.5, "0", "2"}, {2.5, "0", "3"}, {0.125, "0.00", "0.13"}, {-2.5, "0", "-3"},
+      // Not ties: the double lies just above (1.05) or just below (0.15, 2.675) the decimal.
+      {1.05, "0.0", "1.1"}, {0.15, "0.0", "0.1"}, {2.675, "0.00", "2.67"},
+      // Carries run through every digit.
+      {999.96, "#,##0.0", "1,000.0"}, {9.5, "0", "10"},
+      // Negative numbers; what rounds to zero has no sign.
+      {-1234.5, "#,##0.0", "-1,234.5"}, {-1, "0", "-1"}, {-0.04, "0.0", "0.0"}, {-0.0, "0", "0"},
+      // Bytes shown in KB or MB, at the boundaries a size formatter meets.
+      {1023, "0", "1023"}, {1024 / 1024.0, "0", "1"}, {1025 / 1024.0, "0", "1"}, {1536 / 1024.0, "0", "2"},
+      {1048575 / 1024.0, "0", "1024"}, {1048576 / 1048576.0, "0.0", "1.0"}, {1048577 / 1048576.0, "0.0", "1.0"},
+      {1572864 / 1048576.0, "0.0", "1.5"}, {1101004 / 1048576.0, "0.0", "1.0"},  // 1.0499992
+      {1101005 / 1048576.0, "0.0", "1.1"},                                       // 1.0500002
+      {1048575 / 1048576.0, "0.0", "1.0"}, {3221225472.0 / 1048576.0, "#,##0.0", "3,072.0"},
+  };
+  for (const auto& r : rows)
+    EXPECT_EQ(Format(r.value, r.pattern), QString::fromUtf8(r.expected)) << r.value << " '" << r.pattern << "'";
 }
 
 }  // namespace

@@ -20,20 +20,15 @@ public:
   }
 };
 
-TEST(Timer, SingleShotFiresOnceAndTurnsItselfOff) {
+std::shared_ptr<CountingTimer> Started(int periodMs, int mode) {
   auto timer = MakeEventSource<CountingTimer>();
-  timer->SetPeriod(20);
-  timer->SetMode(1);
-  ASSERT_TRUE(RunUntil([&] { return timer->fired == 1; }, 5000));
-  EXPECT_EQ(timer->Mode(), 0);
-  RunFor(80);
-  EXPECT_EQ(timer->fired, 1);
+  timer->SetPeriod(periodMs);
+  timer->SetMode(mode);
+  return timer;
 }
 
 TEST(Timer, RestartingMovesTheDeadlineAndStoppingCancels) {
-  auto timer = MakeEventSource<CountingTimer>();
-  timer->SetPeriod(150);
-  timer->SetMode(1);
+  auto timer = Started(150, 1);
   QElapsedTimer clock;
   clock.start();
   // Restarted every 30 ms for 450 ms: never reaches its period.
@@ -50,38 +45,35 @@ TEST(Timer, RestartingMovesTheDeadlineAndStoppingCancels) {
   EXPECT_EQ(timer->fired, 1);
 }
 
-TEST(Timer, AShorterPeriodTakesEffectAtTheNextStart) {
-  auto timer = MakeEventSource<CountingTimer>();
-  timer->SetPeriod(60000);
-  timer->SetMode(1);
+TEST(Timer, SingleShotTakesANewPeriodAtTheNextStartFiresOnceAndTurnsItselfOff) {
+  auto timer = Started(60000, 1);
   timer->SetPeriod(20);
   RunFor(100);
   EXPECT_EQ(timer->fired, 0);  // the running countdown keeps its period
   timer->SetMode(1);
   ASSERT_TRUE(RunUntil([&] { return timer->fired == 1; }, 5000));
+  EXPECT_EQ(timer->Mode(), 0);
+  RunFor(80);
+  EXPECT_EQ(timer->fired, 1);
 }
 
 TEST(Timer, RepeatingModeFiresAgainUntilStopped) {
-  auto timer = MakeEventSource<CountingTimer>();
-  timer->SetPeriod(10);
+  auto timer = Started(10, 2);
   timer->onFire = [&] {
     if (timer->fired == 3) timer->SetMode(0);
   };
-  timer->SetMode(2);
   ASSERT_TRUE(RunUntil([&] { return timer->fired == 3; }, 5000));
   RunFor(60);
   EXPECT_EQ(timer->fired, 3);
 }
 
 TEST(Timer, ReleasingTheTimerInsideItsOwnEventIsSafe) {
-  auto timer = MakeEventSource<CountingTimer>();
+  auto timer = Started(5, 1);
   bool released = false;
   timer->onFire = [&] {
     timer.reset();
     released = true;
   };
-  timer->SetPeriod(5);
-  timer->SetMode(1);
   ASSERT_TRUE(RunUntil([&] { return released; }, 5000));
   RunFor(20);
 }

@@ -16,11 +16,12 @@
 namespace velmar::test {
 namespace {
 
-// A minimal FTP conversation: send a command, wait for its final reply line.
+// A minimal FTP conversation: send a command, wait for its final reply line. An SSL socket,
+// so that the same conversation can go on encrypted after AUTH TLS.
 class RawFtp {
 public:
   explicit RawFtp(quint16 port) {
-    QObject::connect(&socket_, &QTcpSocket::readyRead, [this] { buffer_ += socket_.readAll(); });
+    QObject::connect(&socket_, &QSslSocket::readyRead, [this] { buffer_ += socket_.readAll(); });
     socket_.connectToHost(QHostAddress::LocalHost, port);
   }
   ~RawFtp() { QObject::disconnect(&socket_, nullptr, nullptr, nullptr); }
@@ -53,10 +54,10 @@ public:
     return Command("USER " + user).startsWith("331") && Command("PASS " + password).startsWith("230");
   }
 
-  QTcpSocket& Socket() { return socket_; }
+  QSslSocket& Socket() { return socket_; }
 
 private:
-  QTcpSocket socket_;
+  QSslSocket socket_;
   QByteArray buffer_;
 };
 
@@ -91,29 +92,18 @@ TEST(RealFtpServerVsftpd, StopsWithItsDestructor) { StopsWithItsDestructor(Kind:
 TEST(RealFtpServerTLS, UpgradesAfterAuthTlsAndLogsInEncrypted) {
   RealFtpServer server(RealFtpServer::Kind::PyftpdlibTLS);
   if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
-  QSslSocket socket;
-  QByteArray buffer;
-  QObject::connect(&socket, &QSslSocket::readyRead, [&] { buffer += socket.readAll(); });
-  auto reply = [&] {
-    RunUntil([&] { return buffer.endsWith("\r\n"); }, 10000);
-    const QByteArray line = buffer;
-    buffer.clear();
-    return line;
-  };
-  socket.connectToHost(QHostAddress::LocalHost, server.Port());
-  ASSERT_TRUE(reply().startsWith("220"));
-  socket.write("AUTH TLS\r\n");
-  ASSERT_TRUE(reply().startsWith("234"));
+  RawFtp ftp(server.Port());
+  ASSERT_TRUE(ftp.Reply().startsWith("220"));
+  ASSERT_TRUE(ftp.Command("AUTH TLS").startsWith("234"));
+  QSslSocket& socket = ftp.Socket();
   // The certificate is self-signed, made for this run.
   socket.setPeerVerifyMode(QSslSocket::VerifyNone);
   socket.startClientEncryption();
-  ASSERT_TRUE(RunUntil([&] { return socket.isEncrypted() || socket.state() != QAbstractSocket::ConnectedState; }, 10000));
+  ASSERT_TRUE(RunUntil([&] { return socket.isEncrypted() || socket.state() != QAbstractSocket::ConnectedState; },
+                       10000));
   ASSERT_TRUE(socket.isEncrypted());
   EXPECT_EQ(socket.peerCertificate().subjectInfo(QSslCertificate::CommonName), QStringList{"localhost"});
-  socket.write(("USER " + server.User() + "\r\n").toLatin1());
-  EXPECT_TRUE(reply().startsWith("331"));
-  socket.write(("PASS " + server.Password() + "\r\n").toLatin1());
-  EXPECT_TRUE(reply().startsWith("230"));
+  EXPECT_TRUE(ftp.Login(server.User(), server.Password()));
 }
 
 TEST(RealFtpServerVsftpd, EachServerHasItsOwnAccountRemovedAtTheEnd) {

@@ -1,11 +1,9 @@
-// Checks the scripted server fixture with clients that share nothing with the library: Qt
-// sockets, and plain POSIX sockets where the kind of close (FIN or RST) matters.
+// Checks the scripted server fixture with clients that share nothing with the library: plain
+// POSIX sockets, which also tell the kind of close (FIN or RST).
 #include "support/ScriptedFtpServer.h"
 #include "support/TestEventLoop.h"
 
 #include <QRegularExpression>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -14,61 +12,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 
 namespace velmar::test {
 namespace {
-
-// A control connection that keeps every read apart and every event in order.
-struct Client {
-  QTcpSocket socket;
-  QList<QByteArray> reads;
-  QByteArray all;
-  QStringList events;  // "reply: <line>", "closed", shared with data connections
-
-  explicit Client(quint16 port) {
-    QObject::connect(&socket, &QTcpSocket::readyRead, [this] {
-      const QByteArray bytes = socket.readAll();
-      reads << bytes;
-      all += bytes;
-      for (const QByteArray& line : bytes.split('\n'))
-        if (!line.trimmed().isEmpty()) events << QStringLiteral("reply: ") + QString::fromLatin1(line.trimmed());
-    });
-    QObject::connect(&socket, &QTcpSocket::disconnected, [this] { events << QStringLiteral("control closed"); });
-    socket.connectToHost(QHostAddress::LocalHost, port);
-  }
-  // The socket's own destructor reports a close; nothing is left to receive it.
-  ~Client() { QObject::disconnect(&socket, nullptr, nullptr, nullptr); }
-
-  void Send(const QByteArray& bytes) {
-    RunUntil([&] { return socket.state() == QAbstractSocket::ConnectedState; }, 5000);
-    socket.write(bytes);
-    socket.flush();
-  }
-  bool WaitFor(const QByteArray& text, int timeoutMs = 5000) {
-    return RunUntil([&] { return all.contains(text); }, timeoutMs);
-  }
-};
-
-// A data connection made by the client side.
-struct DataClient {
-  QTcpSocket socket;
-  QByteArray received;
-  bool closed = false;
-  QAbstractSocket::SocketError error = QAbstractSocket::UnknownSocketError;
-
-  DataClient(quint16 port, QStringList* events) {
-    QObject::connect(&socket, &QTcpSocket::readyRead, [this] { received += socket.readAll(); });
-    QObject::connect(&socket, &QTcpSocket::errorOccurred, [this](QAbstractSocket::SocketError e) { error = e; });
-    QObject::connect(&socket, &QTcpSocket::disconnected, [this, events] {
-      if (socket.isOpen()) received += socket.readAll();
-      closed = true;
-      if (events) *events << QStringLiteral("data closed");
-    });
-    socket.connectToHost(QHostAddress::LocalHost, port);
-  }
-  ~DataClient() { QObject::disconnect(&socket, nullptr, nullptr, nullptr); }
-};
 
 quint16 PassivePort(const QByteArray& reply) {
   static const QRegularExpression pattern(
@@ -79,7 +27,7 @@ quint16 PassivePort(const QByteArray& reply) {
 }
 
 // A blocking-free POSIX client socket: it tells a reset (ECONNRESET) from an orderly close (EOF),
-// which Qt reports alike.
+// which Qt reports alike. Used for control and data connections.
 class RawSocket {
 public:
   enum class State { Open, Eof, Reset, OtherError };
@@ -116,6 +64,16 @@ public:
     return State::Open;
   }
   const QByteArray& Received() const { return received_; }
+  // Waits until the bytes received contain text, the connection still open; false after 5 s.
+  bool WaitFor(const QByteArray& text) {
+    return RunUntil([&] { return Poll() == State::Open && received_.contains(text); }, 5000);
+  }
+  // How the connection ends (Open if it does not within 5 s).
+  State WaitClosed() {
+    State state = State::Open;
+    RunUntil([&] { return (state = Poll()) != State::Open; }, 5000);
+    return state;
+  }
 
 private:
   int fd_ = -1;
@@ -128,50 +86,50 @@ private:
 TEST(ScriptedFtpServer, CommandsKeepEveryByteAsLatin1) {
   ScriptedFtpServer server;
   server.Expect(QString::fromLatin1("CWD Gr\xfc\xdf" "e"), {Line(QString::fromLatin1("250 Gr\xfc\xdf" "e"))});
-  Client client(server.Port());
+  RawSocket client(server.Port());
   client.Send("CWD Gr\xfc\xdf" "e\r\n");
   ASSERT_TRUE(client.WaitFor("\r\n"));
-  EXPECT_EQ(client.all, QByteArray("250 Gr\xfc\xdf" "e\r\n"));
+  EXPECT_EQ(client.Received(), QByteArray("250 Gr\xfc\xdf" "e\r\n"));
   EXPECT_TRUE(server.Mismatches().isEmpty());
 }
 
-TEST(ScriptedFtpServer, MismatchIsRecordedAndTheScriptStops) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")})
-      .Expect("USER anna", {Line("331 password please")})
-      .Expect("PASS x", {Line("230 logged in")});
-  Client client(server.Port());
-  ASSERT_TRUE(client.WaitFor("220 ready\r\n"));
-  client.Send("USER bob\r\n");
-  ASSERT_TRUE(RunUntil([&] { return !server.Mismatches().isEmpty(); }, 5000));
-  client.Send("PASS x\r\n");
-  ASSERT_TRUE(RunUntil([&] { return server.Commands().size() == 2; }, 5000));
-  RunFor(100);
-  EXPECT_EQ(server.Mismatches(), QStringList({"expected USER anna, got USER bob"}));
-  EXPECT_EQ(client.all, "220 ready\r\n");  // no reply after the mismatch
-  EXPECT_FALSE(server.ScriptDone());
-}
-
-TEST(ScriptedFtpServer, PrefixMismatchNamesThePrefix) {
-  ScriptedFtpServer server;
-  server.ExpectPrefix("PASS ", {Line("230 logged in")});
-  Client client(server.Port());
-  client.Send("PASV\r\n");
-  ASSERT_TRUE(RunUntil([&] { return !server.Mismatches().isEmpty(); }, 5000));
-  EXPECT_EQ(server.Mismatches(), QStringList({"expected PASS ..., got PASV"}));
-}
-
-TEST(ScriptedFtpServer, CommandAfterTheScriptIsAMismatchButTheConnectionStays) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")}).Expect("NOOP", {Line("200 ok")});
-  Client client(server.Port());
-  client.Send("NOOP\r\nQUIT\r\n");
-  ASSERT_TRUE(RunUntil([&] { return !server.Mismatches().isEmpty(); }, 5000));
-  RunFor(100);
-  EXPECT_EQ(server.Mismatches(), QStringList({"expected end of script, got QUIT"}));
-  EXPECT_EQ(client.all, "220 ready\r\n200 ok\r\n");
-  EXPECT_TRUE(server.ClientConnected());
-  EXPECT_EQ(client.socket.state(), QAbstractSocket::ConnectedState);
+TEST(ScriptedFtpServer, MismatchesAreRecordedAndTheConnectionStays) {
+  const struct {
+    std::function<void(ScriptedFtpServer&)> script;
+    QByteArray sent;
+    QString mismatch;
+    QByteArray replies;
+    bool scriptDone;
+  } rows[] = {
+      // A mismatch stops the script: no reply to what follows.
+      {[](ScriptedFtpServer& s) {
+         s.OnConnect({Line("220 ready")}).Expect("USER anna", {Line("331 ok")}).Expect("PASS x", {Line("230 in")});
+       },
+       "USER bob\r\nPASS x\r\n", "expected USER anna, got USER bob", "220 ready\r\n", false},
+      {[](ScriptedFtpServer& s) { s.ExpectPrefix("PASS ", {Line("230 logged in")}); }, "PASV\r\n",
+       "expected PASS ..., got PASV", "", false},
+      // A command after the script is a mismatch, but the script itself is done.
+      {[](ScriptedFtpServer& s) { s.OnConnect({Line("220 ready")}).Expect("NOOP", {Line("200 ok")}); },
+       "NOOP\r\nQUIT\r\n", "expected end of script, got QUIT", "220 ready\r\n200 ok\r\n", true},
+      {[](ScriptedFtpServer& s) { s.Expect("RETR f", {ConnectActive(), Line("150 never sent")}); }, "RETR f\r\n",
+       "ConnectActive: no PORT command received", "", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.sent.toStdString());
+    ScriptedFtpServer server;
+    row.script(server);
+    RawSocket client(server.Port());
+    client.Send(row.sent);
+    ASSERT_TRUE(RunUntil([&] {
+      return server.Commands().size() == row.sent.count('\n') && !server.Mismatches().isEmpty();
+    }, 5000));
+    RunFor(100);
+    EXPECT_EQ(server.Mismatches(), QStringList{row.mismatch});
+    EXPECT_EQ(client.Poll(), RawSocket::State::Open);
+    EXPECT_EQ(client.Received(), row.replies);
+    EXPECT_EQ(server.ScriptDone(), row.scriptDone);
+    EXPECT_TRUE(server.ClientConnected());
+  }
 }
 
 TEST(ScriptedFtpServer, CloseControlEndsTheConnectionAndANewOneContinuesTheScript) {
@@ -180,14 +138,14 @@ TEST(ScriptedFtpServer, CloseControlEndsTheConnectionAndANewOneContinuesTheScrip
       .Expect("QUIT", {Line("221 bye"), CloseControl()})
       .OnConnect({Line("220 second")})
       .Expect("USER anna", {Line("331 password please")});
-  Client first(server.Port());
+  RawSocket first(server.Port());
   ASSERT_TRUE(first.WaitFor("220 first\r\n"));
   first.Send("QUIT\r\n");
-  ASSERT_TRUE(RunUntil([&] { return first.events.contains("control closed"); }, 5000));
-  EXPECT_EQ(first.all, "220 first\r\n221 bye\r\n");
+  EXPECT_EQ(first.WaitClosed(), RawSocket::State::Eof);
+  EXPECT_EQ(first.Received(), "220 first\r\n221 bye\r\n");
   ASSERT_TRUE(RunUntil([&] { return !server.ClientConnected(); }, 5000));
 
-  Client second(server.Port());
+  RawSocket second(server.Port());
   ASSERT_TRUE(second.WaitFor("220 second\r\n"));
   second.Send("USER anna\r\n");
   ASSERT_TRUE(second.WaitFor("331 password please\r\n"));
@@ -199,13 +157,13 @@ TEST(ScriptedFtpServer, CloseControlEndsTheConnectionAndANewOneContinuesTheScrip
 TEST(ScriptedFtpServer, ALaterConnectionReplacesTheEarlierOne) {
   ScriptedFtpServer server;
   server.OnConnect({Line("220 ready")}).Expect("USER anna", {Line("331 password please")});
-  Client first(server.Port());
+  RawSocket first(server.Port());
   ASSERT_TRUE(first.WaitFor("220 ready\r\n"));
-  Client second(server.Port());
+  RawSocket second(server.Port());
   ASSERT_TRUE(RunUntil([&] { return server.ConnectionCount() == 2; }, 5000));
   second.Send("USER anna\r\n");
   ASSERT_TRUE(second.WaitFor("331 password please\r\n"));
-  EXPECT_EQ(second.all, "331 password please\r\n");  // the greeting step ran once, for the first
+  EXPECT_EQ(second.Received(), "331 password please\r\n");  // the greeting step ran once, for the first
   EXPECT_TRUE(server.ScriptDone());
 }
 
@@ -215,37 +173,25 @@ TEST(ScriptedFtpServer, ResetControlSendsATcpReset) {
   RawSocket raw(server.Port());
   ASSERT_TRUE(raw.Connected());
   raw.Send("NOOP\r\n");
-  RawSocket::State state = RawSocket::State::Open;
-  ASSERT_TRUE(RunUntil([&] { return (state = raw.Poll()) != RawSocket::State::Open; }, 5000));
-  EXPECT_EQ(state, RawSocket::State::Reset);
+  EXPECT_EQ(raw.WaitClosed(), RawSocket::State::Reset);
   EXPECT_EQ(raw.Received(), "220 ready\r\n");
 }
+
+// ---- data connections
 
 TEST(ScriptedFtpServer, PassiveListenerTakesOneConnectionOnly) {
   ScriptedFtpServer server;
   server.Expect("PASV", {OpenPassive()}).Expect("NLST", {WaitDataConnected(), Line("150 ok")});
-  Client client(server.Port());
+  RawSocket client(server.Port());
   client.Send("PASV\r\n");
   ASSERT_TRUE(client.WaitFor("\r\n"));
-  const quint16 port = PassivePort(client.all);
-  DataClient data(port, nullptr);
+  const quint16 port = PassivePort(client.Received());
+  RawSocket data(port);
+  ASSERT_TRUE(data.Connected());
   client.Send("NLST\r\n");
   ASSERT_TRUE(client.WaitFor("150 ok\r\n"));
-  DataClient second(port, nullptr);
-  ASSERT_TRUE(RunUntil([&] { return second.error != QAbstractSocket::UnknownSocketError; }, 5000));
-  EXPECT_EQ(second.error, QAbstractSocket::ConnectionRefusedError);
-  EXPECT_EQ(data.socket.state(), QAbstractSocket::ConnectedState);
-}
-
-TEST(ScriptedFtpServer, ConnectActiveWithoutPortCommandIsAScriptError) {
-  ScriptedFtpServer server;
-  server.Expect("RETR f", {ConnectActive(), Line("150 never sent")});
-  Client client(server.Port());
-  client.Send("RETR f\r\n");
-  ASSERT_TRUE(RunUntil([&] { return !server.Mismatches().isEmpty(); }, 5000));
-  RunFor(50);
-  EXPECT_EQ(server.Mismatches(), QStringList({"ConnectActive: no PORT command received"}));
-  EXPECT_TRUE(client.all.isEmpty());
+  EXPECT_FALSE(RawSocket(port).Connected());  // refused
+  EXPECT_EQ(data.Poll(), RawSocket::State::Open);
 }
 
 TEST(ScriptedFtpServer, DataResetIsATcpResetAndDataCloseIsNot) {
@@ -254,15 +200,13 @@ TEST(ScriptedFtpServer, DataResetIsATcpResetAndDataCloseIsNot) {
     ScriptedFtpServer server;
     server.Expect("PASV", {OpenPassive()})
         .Expect("RETR f", {Line("150 opening"), WaitDataConnected(), reset ? DataReset() : DataClose()});
-    Client client(server.Port());
+    RawSocket client(server.Port());
     client.Send("PASV\r\n");
     ASSERT_TRUE(client.WaitFor("\r\n"));
-    RawSocket data(PassivePort(client.all));
+    RawSocket data(PassivePort(client.Received()));
     ASSERT_TRUE(data.Connected());
     client.Send("RETR f\r\n");
-    RawSocket::State state = RawSocket::State::Open;
-    ASSERT_TRUE(RunUntil([&] { return (state = data.Poll()) != RawSocket::State::Open; }, 5000));
-    EXPECT_EQ(state, reset ? RawSocket::State::Reset : RawSocket::State::Eof);
+    EXPECT_EQ(data.WaitClosed(), reset ? RawSocket::State::Reset : RawSocket::State::Eof);
   }
 }
 
@@ -274,18 +218,16 @@ TEST(ScriptedFtpServer, DestructorClosesEveryConnectionInOrderMidScript) {
   RawSocket control(server->Port());
   ASSERT_TRUE(control.Connected());
   control.Send("PASV\r\n");
-  ASSERT_TRUE(RunUntil([&] { return control.Poll() == RawSocket::State::Open && control.Received().contains("227"); }, 5000));
+  ASSERT_TRUE(control.WaitFor("227"));
   RawSocket data(PassivePort(control.Received().mid(control.Received().indexOf("227"))));
   ASSERT_TRUE(data.Connected());
   control.Send("RETR f\r\n");
-  ASSERT_TRUE(RunUntil([&] { return data.Poll() == RawSocket::State::Open && data.Received() == "x"; }, 5000));
+  ASSERT_TRUE(data.WaitFor("x"));
 
   server.reset();  // a Delay is pending and both connections are open
-  RawSocket::State controlState = RawSocket::State::Open, dataState = RawSocket::State::Open;
-  ASSERT_TRUE(RunUntil([&] { return (controlState = control.Poll()) != RawSocket::State::Open; }, 5000));
-  ASSERT_TRUE(RunUntil([&] { return (dataState = data.Poll()) != RawSocket::State::Open; }, 5000));
-  EXPECT_EQ(controlState, RawSocket::State::Eof);
-  EXPECT_EQ(dataState, RawSocket::State::Eof);
+  EXPECT_EQ(control.WaitClosed(), RawSocket::State::Eof);
+  EXPECT_EQ(data.WaitClosed(), RawSocket::State::Eof);
+  EXPECT_EQ(data.Received(), "x");
   EXPECT_FALSE(control.Received().contains("226"));
 }
 
