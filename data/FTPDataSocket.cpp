@@ -238,8 +238,11 @@ void FTPDataSocket::Event_SendComplete(bool userAborted) {
 void FTPDataSocket::Event_DataAvailable() {
   if (!Session || LeftOverFromUnusedConnection()) return;
   if (TypeIs({"GetDir", "GetDirImmediate", "GetFile", "GetSingleFile", "RestartGetSingleFile"})) {
-    // In a download FileData is a marker, not a buffer: the last block read.
-    FileData = ReadAll();
+    // In a download FileData is a marker, not a buffer: the last block read. The tree walk's
+    // listing comes this way too, so only its last read is parsed; a line that the previous read
+    // cut off is carried over, so that it reaches the parser whole rather than as a fragment.
+    const bool treeListing = FileList && TypeIs({"GetDir", "GetDirImmediate"});
+    FileData = (treeListing ? FileData.mid(FileData.lastIndexOf('\n') + 1) : QByteArray()) + ReadAll();
     if (bs) {
       if (!bs->Write(FileData) && bs->IsOpen()) {
         // A full disk or a failed write must not end as a complete transfer.

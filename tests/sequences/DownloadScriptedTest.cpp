@@ -83,14 +83,17 @@ TEST_F(DownloadFixture, TheFirstRefusalEndsTheBatch) {
 
 // The exact script of a walk: the root's files from the last listed, its subdirectories from
 // the last listed (b before a), each left by CDUP; a data connection agreed on before each
-// look, also when no file is due; the root's local folder made first.
+// look, also when no file is due; the root's local folder made first. The root's listing comes
+// in two reads: only the last is walked ("lost" is never fetched), and the line that the first
+// read cut off reaches the parser whole.
 TEST_F(DownloadFixture, GetDirWalksDepthFirstFromTheLastListed) {
   LogOn();
-  const QByteArray root = "-rw-r--r-- 1 o g 1 Jan 1 10:00 f\r\ndrwxr-xr-x 2 o g 1 Jan 1 10:00 a\r\n"
-                          "drwxr-xr-x 2 o g 1 Jan 1 10:00 b\r\n";
+  const QByteArray root = "-rw-r--r-- 1 o g 1 Jan 1 10:00 lost\r\n-rw-r--r-- 1 o g 1 Ja|n 1 10:00 f\r\n"
+                          "drwxr-xr-x 2 o g 1 Jan 1 10:00 a\r\ndrwxr-xr-x 2 o g 1 Jan 1 10:00 b\r\n";
   const auto listing = [](const QByteArray& text) {
-    return QList<ScriptAction>{Line("150 go"), WaitDataConnected(), DataSend(text), DataClose(), Delay(30),
-                               Line("226 ok")};
+    QList<ScriptAction> actions{Line("150 go"), WaitDataConnected()};
+    for (const QByteArray& read : text.split('|')) actions << DataSend(read) << Delay(30);
+    return actions << DataClose() << Delay(30) << Line("226 ok");
   };
   const auto enter = [&](const QString& path, const QByteArray& text) {
     server.Expect("PASV", {OpenPassive()})

@@ -195,7 +195,9 @@ TEST_P(RealTransfer, DownloadOfAMissingFileIsRefused) {
 // A tree of nested folders, files and empty folders comes down whole, byte for byte: on a
 // connection of its own, and on a logged-on session. The walk finds its way by comparing
 // the server's PWD with the paths it built, so the root is given as the server reports it:
-// both servers show the login directory as "/", and "/tree" is then the root's PWD.
+// both servers show the login directory as "/", and "/tree" is then the root's PWD. Each folder
+// holds fewer than 20 entries, so that pyftpdlib writes its listing at once: the walk reads the
+// last read of a listing only.
 TEST_P(RealTransfer, TreeDownloadCopiesTheServersTree) {
   const QString tree = server->Root() + "/tree";
   WriteFile(tree + "/a file.txt", RandomBytes(300000, 5));
