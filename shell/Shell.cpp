@@ -36,21 +36,28 @@ namespace velmar {
 
 namespace {
 
-void WriteFlushed(FILE* stream, const QString& text) {
+void Write(FILE* stream, const QString& text) {
   const QByteArray bytes = text.toUtf8();
   std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+}
+
+// stderr lines are flushed at once, after what stdout holds, so the two keep their order on a
+// terminal.
+void WriteFlushed(FILE* stream, const QString& text) {
+  std::fflush(stdout);
+  Write(stream, text);
   std::fflush(stream);
 }
 
 }  // namespace
 
-void ShellOutput::Report(const QString& kind, const QString& text) {
-  WriteFlushed(stdout, kind + u'\t' + EscapeText(text) + u'\n');
-}
+void ShellOutput::Report(const QString& kind, const QString& text) { Write(stdout, kind + u'\t' + EscapeText(text) + u'\n'); }
 
 void ShellOutput::Value(const QString& kind, const QString& name, const Json& value) {
-  WriteFlushed(stdout, kind + u'\t' + EscapeText(name) + u'\t' + value.Serialize() + u'\n');
+  Write(stdout, kind + u'\t' + EscapeText(name) + u'\t' + value.Serialize() + u'\n');
 }
+
+void ShellOutput::Flush() { std::fflush(stdout); }
 
 namespace {
 // Messages for people: control characters (from the script's words) are escaped so that

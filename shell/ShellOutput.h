@@ -1,6 +1,8 @@
 #pragma once
-// The shell's output lines. stdout carries one line per event, KIND, TAB, text, LF, each
-// flushed at once because another program may be reading the pipe line by line.
+// The shell's output lines. stdout carries one line per event, KIND, TAB, text, LF. Lines
+// are gathered and written out whenever the shell is about to wait (see main.cpp), so a
+// program reading the pipe has every line before the shell waits for anything, while a busy
+// transfer costs one write per burst of events instead of one per line.
 // stderr carries the shell's own complaints ("velmar: line N: message").
 // Implemented in Shell.cpp.
 #include <QString>
@@ -21,6 +23,8 @@ public:
   static void Error(const QString& message);
   // Raw text on stderr (the prompt), flushed.
   static void Prompt(const QString& text);
+  // Writes out the stdout lines gathered so far.
+  static void Flush();
 };
 
 }  // namespace velmar

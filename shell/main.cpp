@@ -4,6 +4,8 @@
 #include "shell/ShellApplication.h"
 #include "shell/ShellOutput.h"
 
+#include <QAbstractEventDispatcher>
+
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -47,7 +49,15 @@ void PrintOut(const QString& text) {
 int main(int argc, char** argv) {
   // A reader that goes away must not kill the shell in the middle of a line.
   std::signal(SIGPIPE, SIG_IGN);
+  // A console program has no use for the GLib main loop; Qt's own dispatcher costs fewer
+  // system calls per socket event. A caller's own choice of QT_NO_GLIB stands.
+  if (!qEnvironmentVariableIsSet("QT_NO_GLIB")) qputenv("QT_NO_GLIB", "1");
   ShellApplication app(argc, argv);
+  // Report lines are written out in bursts: whenever the loop is about to wait, and at exit.
+  static char outputBuffer[1 << 16];
+  std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
+  QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &app,
+                   [] { ShellOutput::Flush(); });
 
   Shell::Options options;
   bool help = false;
