@@ -8,27 +8,55 @@
 #include "platform/Exceptions.h"
 #include "platform/Strings.h"
 
+#include <QVarLengthArray>
+
 namespace velmar {
 
 namespace {
 
-using Tokens = QStringList;
+// The tokens are views into the line: a listing of many lines is parsed without building a
+// squeezed copy or a string per token.
+using Tokens = QVarLengthArray<QStringView, 24>;
 using Record = FTPParsedDirListLineClass;
 
-bool IsMonth(const QString& token) {
+// The pieces of the line split at blanks after each run of blanks has shrunk to one blank:
+// an empty piece for a leading run and for a trailing one, a piece for each run of other
+// characters between.
+void Tokenize(QStringView line, Tokens& t) {
+  const qsizetype n = line.size();
+  qsizetype start = 0;
+  for (;;) {
+    qsizetype end = start;
+    while (end < n && line[end] != u' ') ++end;
+    t.append(line.sliced(start, end - start));
+    if (end == n) return;
+    while (end < n && line[end] == u' ') ++end;
+    start = end;
+  }
+}
+
+bool IsMonth(QStringView token) {
   static const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  if (token.size() != 3) return false;
   for (const char* month : kMonths)
-    if (Same(token, QString::fromLatin1(month))) return true;
+    if (token.compare(QLatin1StringView(month, 3), Qt::CaseInsensitive) == 0) return true;
   return false;
 }
+
+QString Joined(QStringView a, QStringView b) {
+  QString joined;
+  joined.reserve(a.size() + 1 + b.size());
+  return joined.append(a).append(u' ').append(b);
+}
+QString Joined(QStringView a, QStringView b, QStringView c) { return Joined(a, b).append(u' ').append(c); }
 
 // Tokens s to u joined by blanks; token u alone when s is u; empty when s is past u.
 QString NameFrom(const Tokens& t, qsizetype s) {
   const qsizetype u = t.size() - 1;
-  if (s == u) return t[u];
+  if (s == u) return t[u].toString();
   QString name;
-  for (qsizetype i = s; i <= u; ++i) name += QLatin1Char(' ') + At(t, i);
+  for (qsizetype i = s; i <= u; ++i) name.append(u' ').append(At(t, i));
   return LTrim(name);
 }
 
@@ -50,11 +78,11 @@ void SizeScan(const Tokens& t, qsizetype m, Record& r) {
 }
 
 void WindowsForm(const Tokens& t, Record& r) {
-  r.ModDate = t[0];
-  r.ModTime = t[2];  // token 1 holds the time, token 2 the size or <DIR>: kept as it is
+  r.ModDate = t[0].toString();
+  r.ModTime = t[2].toString();  // token 1 holds the time, token 2 the size or <DIR>: kept as it is
   qsizetype n = 0;
   if (const qsizetype i = FirstNonEmpty(t, 3); i > 0) {
-    if (Same(t[i], QStringLiteral("<dir>"))) {
+    if (Same(t[i], u"<dir>")) {
       r.IsDir = true;
     } else {
       r.IsFile = true;
@@ -68,12 +96,12 @@ void WindowsForm(const Tokens& t, Record& r) {
 }
 
 void BracketForm(const Tokens& t, qsizetype m, Record& r) {
-  r.Name = t.last();
-  r.ModDate = t[m] + QLatin1Char(' ') + At(t, m + 1);
-  r.ModTime = At(t, m + 2);
-  if (t[0] == QStringLiteral("d"))
+  r.Name = t.back().toString();
+  r.ModDate = Joined(t[m], At(t, m + 1));
+  r.ModTime = At(t, m + 2).toString();
+  if (t[0] == u"d")
     r.IsDir = true;
-  else if (t[0] == QStringLiteral("-"))
+  else if (t[0] == u"-")
     r.IsFile = true;
   SizeScan(t, m, r);
 }
@@ -81,40 +109,40 @@ void BracketForm(const Tokens& t, qsizetype m, Record& r) {
 // The date and time decide where the name starts. Only the first row can be met without a
 // read past the last token, since a squeezed line has no empty token but at its end; the
 // second row drops the day on purpose.
-void UnixForm(const QString& line, const Tokens& t, qsizetype m, Record& r) {
-  const QString blank = QStringLiteral(" ");
+void UnixForm(QStringView line, const Tokens& t, qsizetype m, Record& r) {
   qsizetype s = 0;
   if (!At(t, m + 1).isEmpty()) {
     if (!At(t, m + 2).isEmpty()) {
-      r.ModDate = t[m] + blank + t[m + 1];
-      r.ModTime = t[m + 2];
+      r.ModDate = Joined(t[m], t[m + 1]);
+      r.ModTime = t[m + 2].toString();
       s = m + 3;
     } else {
-      r.ModDate = t[m] + blank + t[m + 2] + blank + At(t, m + 3);
+      r.ModDate = Joined(t[m], t[m + 2], At(t, m + 3));
       r.ModTime = QStringLiteral("00:00");
       s = m + 4;
     }
   } else if (!At(t, m + 3).isEmpty()) {
-    r.ModDate = t[m] + blank + t[m + 2];
-    r.ModTime = t[m + 3];
+    r.ModDate = Joined(t[m], t[m + 2]);
+    r.ModTime = t[m + 3].toString();
     s = m + 4;
   } else {
-    r.ModDate = t[m] + blank + t[m + 2] + blank + At(t, m + 4);
+    r.ModDate = Joined(t[m], t[m + 2], At(t, m + 4));
     r.ModTime = QStringLiteral("00:00");
     s = m + 5;
   }
   r.Name = NameFrom(t, s);
   // The kind comes from the line as it was, in any case: a leading blank sets neither.
-  const QString kind = Lowercase(Left(line, 1));
-  if (kind == QStringLiteral("d")) {
+  const QString kind = Lowercase(line.left(1).toString());
+  if (kind == u"d") {
     r.IsDir = true;
-  } else if (kind == QStringLiteral("-")) {
+  } else if (kind == u"-") {
     r.IsFile = true;
-  } else if (kind == QStringLiteral("l")) {
+  } else if (kind == u"l") {
     r.IsFile = true;
     r.IsDir = true;
   }
-  r.Permissions = Mid(t[0], 2, 9);
+  // Characters 2 to 10 of the first token.
+  if (t[0].size() > 1) r.Permissions = t[0].sliced(1, qMin<qsizetype>(9, t[0].size() - 1)).toString();
   SizeScan(t, m, r);
 }
 
@@ -122,7 +150,8 @@ void UnixForm(const QString& line, const Tokens& t, qsizetype m, Record& r) {
 
 std::shared_ptr<FTPParsedDirListLineClass> FTPSessionClass::ParseDirListLine(const QString& line) {
   auto record = std::make_shared<Record>();
-  const Tokens t = Split(Squeeze(line, QStringLiteral(" ")), QStringLiteral(" "));
+  Tokens t;
+  Tokenize(line, t);
   const qsizetype u = t.size() - 1;
   if (u <= 3) return record;
   // The first month wins, wherever it stands; one in token 0 counts as none.
@@ -135,7 +164,7 @@ std::shared_ptr<FTPParsedDirListLineClass> FTPSessionClass::ParseDirListLine(con
   }
   if (m == 0 || m > 25)
     WindowsForm(t, *record);
-  else if (InStr(t[1], QStringLiteral("[")) > 0 && t[u - 1].isEmpty())
+  else if (t[1].contains(u'[') && t[u - 1].isEmpty())
     BracketForm(t, m, *record);
   else
     UnixForm(line, t, m, *record);

@@ -91,7 +91,7 @@ std::string Grouped(const std::string& digits) {
 
 }  // namespace
 
-bool Same(const QString& a, const QString& b) { return QString::compare(a, b, Qt::CaseInsensitive) == 0; }
+bool Same(QStringView a, QStringView b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
 int InStr(const QString& source, const QString& find) { return InStr(1, source, find); }
 
@@ -189,15 +189,15 @@ QString ReplaceLineEndings(const QString& text, const QString& lineEnding) {
 QString Lowercase(const QString& text) { return text.toLower(); }
 
 // White space here is ASCII: blank, tab, CR, LF, vertical tab and form feed.
-QString LTrim(const QString& text) {
+QString LTrim(QStringView text) {
   qsizetype i = 0;
   while (i < text.size() && IsWhiteSpace(text.at(i))) ++i;
-  return text.mid(i);
+  return text.sliced(i).toString();
 }
 
 // Decimal only: "&h1F" and the like give 0. An exponent counts only when digits follow it
 // ("1e" is 1). A number beyond the range of a double gives an infinity of its sign.
-double Val(const QString& text) {
+double Val(QStringView text) {
   qsizetype i = 0;
   const qsizetype n = text.size();
   while (i < n && IsWhiteSpace(text.at(i))) ++i;

@@ -7,7 +7,8 @@
 namespace velmar {
 
 // Equality ignoring case.
-bool Same(const QString& a, const QString& b);
+bool Same(QStringView a, QStringView b);
+inline bool Same(const QString& a, const QString& b) { return Same(QStringView(a), QStringView(b)); }
 
 // Position of find in source from start on (1-based), 0 when absent or find is empty.
 int InStr(const QString& source, const QString& find);
@@ -35,11 +36,13 @@ QString ReplaceLineEndings(const QString& text, const QString& lineEnding);
 
 QString Lowercase(const QString& text);
 // Removes leading white space.
-QString LTrim(const QString& text);
+QString LTrim(QStringView text);
+inline QString LTrim(const QString& text) { return LTrim(QStringView(text)); }
 
 // The number at the head of text (blanks, sign, digits, one decimal point, exponent), 0 when
 // none. Decimal only ("&h1F" gives 0).
-double Val(const QString& text);
+double Val(QStringView text);
+inline double Val(const QString& text) { return Val(QStringView(text)); }
 // A number as an int32 the way the framework stores it: the fraction dropped, values out
 // of range clamped (never undefined).
 inline qint32 ToInt32(double value) {
