@@ -31,10 +31,7 @@ void FTPSessionClass::ExecuteDeleteSingleFileSteps(const QString& replyLine, qin
     if (replyCode != 200) return ErrorBranch(replyLine);
     NextFTPStep("DELETEFILE", "NOOP", "Deleting file...");
   } else if (StepIs("DELETEFILE")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    const QString name = GetNextFileName();
-    Deref(DataSocket, "DataSocket").PutFileName(name);
-    NextFTPStep("DELE", "DELE " + name, "Deleting " + name);
+    DeleteNextFileStep(replyLine, replyCode);
   } else if (StepIs("DELE")) {
     QuietEndIf(replyCode == 250, replyLine, "File has been deleted.");
   } else {
@@ -42,22 +39,38 @@ void FTPSessionClass::ExecuteDeleteSingleFileSteps(const QString& replyLine, qin
   }
 }
 
+void FTPSessionClass::DeleteNextFileStep(const QString& replyLine, qint32 replyCode) {
+  if (replyCode != 200) return ErrorBranch(replyLine);
+  const QString name = GetNextFileName();
+  Deref(DataSocket, "DataSocket").PutFileName(name);
+  NextFTPStep("DELE", "DELE " + name, "Deleting " + name);
+}
+
 // The texts are kept as they are: no blank after "Renaming file.", one before "to:".
 // The step is set as "DONE" and tested as "Done".
 void FTPSessionClass::ExecuteRenameSingleFileSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineBlankForm(replyLine)) return;
   if (StepIs("START")) {
-    const QString oldName = GetNextFileName();
-    NextFTPStep("TO", "RNFR " + oldName, "Renaming file." + oldName);
+    SendRenameFrom();
   } else if (StepIs("TO")) {
-    if (replyCode != 350) return ErrorBranch(replyLine);
-    const QString newName = GetNextFileName();
-    NextFTPStep("DONE", "RNTO " + newName, " to: " + newName);
+    RenameToStep(replyLine, replyCode);
   } else if (StepIs("Done")) {
     QuietEndIf(replyCode == 250, replyLine, "File Rename Complete.");
   } else {
     UnknownStepBranch();
   }
+}
+
+// A pair is taken from the end of Files: the old name first, then the new one.
+void FTPSessionClass::SendRenameFrom() {
+  const QString oldName = GetNextFileName();
+  NextFTPStep("TO", "RNFR " + oldName, "Renaming file." + oldName);
+}
+
+void FTPSessionClass::RenameToStep(const QString& replyLine, qint32 replyCode) {
+  if (replyCode != 350) return ErrorBranch(replyLine);
+  const QString newName = GetNextFileName();
+  NextFTPStep("DONE", "RNTO " + newName, " to: " + newName);
 }
 
 // The mask is sent as the caller set it, unchecked.

@@ -141,6 +141,33 @@ bool FTPSessionClass::FirstDataLegSteps(const QString& replyLine, qint32 replyCo
   return false;
 }
 
+bool FTPSessionClass::BatchRoundSteps(const QString& replyLine, qint32 replyCode, const char* step,
+                                      const QString& statusText) {
+  if (StepIs("LOOP")) {
+    if (replyCode != 200)
+      ErrorBranch(replyLine);
+    else
+      ChooseDataMode(FirstSet);
+    return true;
+  }
+  if (FirstDataLegSteps(replyLine, replyCode, "TYPE", "TYPE " + FTPTransferType, "Change transfer type.")) return true;
+  if (!StepIs("TYPE")) return false;
+  if (replyCode != 200)
+    ErrorBranch(replyLine);
+  else
+    NextFTPStep(QString::fromLatin1(step), QStringLiteral("NOOP"), statusText);
+  return true;
+}
+
+void FTPSessionClass::NextRoundOrQuit() {
+  if (GetFileCount() < 0) {
+    NextFTPStep(QStringLiteral("QUIT"), QStringLiteral("QUIT"), QStringLiteral("FTP Session Complete."));
+    return;
+  }
+  if (!PassiveMode) NextDataPort();
+  NextFTPStep(QStringLiteral("LOOP"), QStringLiteral("NOOP"), QString());
+}
+
 bool FTPSessionClass::DataHandedOver(const QString& replyLine, qint32 replyCode, const char* step,
                                      const QString& statusText) {
   if (replyCode != 200) {

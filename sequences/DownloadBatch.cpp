@@ -15,28 +15,14 @@ void FTPSessionClass::ExecuteGetFileSteps(const QString& replyLine, qint32 reply
   if (!FinalLineBlankForm(replyLine)) return;
   const bool head = LogonThenDirectorySteps(replyLine, replyCode, GetServerDirectoryPathName(),
                                            [this] { NextFTPStep("LOOP", "NOOP", QString()); });
-  if (head) {
+  if (head || BatchRoundSteps(replyLine, replyCode, "GETFILE", "Get file ")) {
     return;
-  } else if (StepIs("LOOP")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    ChooseDataMode(FirstSet);
-  } else if (FirstDataLegSteps(replyLine, replyCode, "TYPE", "TYPE " + FTPTransferType, "Change transfer type.")) {
-    return;
-  } else if (StepIs("TYPE")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    NextFTPStep("GETFILE", "NOOP", "Get file ");
   } else if (StepIs("GETFILE")) {
     FetchNextFileStep(replyLine, replyCode);
   } else if (StepIs("RETR")) {
     RetrieveStep(replyLine, replyCode, {150, 125});
   } else if (StepIs("FILEEND")) {
-    if (!DataHandedOver(replyLine, replyCode, "FILEEND", "Get file ")) return;
-    if (GetFileCount() < 0) {
-      NextFTPStep("QUIT", "QUIT", "FTP Session Complete.");
-    } else {
-      if (!PassiveMode) NextDataPort();
-      NextFTPStep("LOOP", "NOOP", QString());
-    }
+    if (DataHandedOver(replyLine, replyCode, "FILEEND", "Get file ")) NextRoundOrQuit();
   } else if (StepIs("QUIT")) {
     QuitStep("File Transfer Complete.");
   } else {

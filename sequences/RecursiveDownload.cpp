@@ -55,34 +55,12 @@ void FTPSessionClass::GetDir() {
 
 void FTPSessionClass::ExecuteGetDirSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineHyphenForm(replyLine)) return;
-  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
-    case PrefixOutcome::LoggedOn:
-      NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
-      return;
-    case PrefixOutcome::Handled:
-      return;
-    case PrefixOutcome::NotAPrefixStep:
-      break;
-  }
-  if (StepIs("TYPE")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    ChooseDataMode(FirstSet);
-  } else if (StepIs("QUIT")) {
-    QuitStep("Directory Transfer Complete.");
-  } else {
-    TreeDownloadSteps(replyLine, replyCode, false);
-  }
+  if (!ConnectingTreeHeadSteps(replyLine, replyCode, "Directory Transfer Complete.")) TreeDownloadSteps(replyLine, replyCode, false);
 }
 
-// No type is set: the first listing runs under whatever type the session has.
 void FTPSessionClass::ExecuteGetDirImmediateSteps(const QString& replyLine, qint32 replyCode) {
   if (!FinalLineHyphenForm(replyLine)) return;
-  if (StepIs("START")) {
-    if (replyCode != 200) return ErrorBranch(replyLine);
-    ChooseDataMode(FirstSet);
-  } else {
-    TreeDownloadSteps(replyLine, replyCode, true);
-  }
+  if (!ResidentTreeHeadSteps(replyLine, replyCode)) TreeDownloadSteps(replyLine, replyCode, true);
 }
 
 // Makes the local folder named by the last field of a server path inside LocalDirectory
@@ -103,72 +81,34 @@ void FTPSessionClass::PathNotFound(const char* step, bool resident) {
 }
 
 void FTPSessionClass::TreeDownloadSteps(const QString& replyLine, qint32 replyCode, bool resident) {
-  // The first data leg resumes at "PORT"; the root's local folder, then into the root.
-  switch (DataConnectionSteps(replyLine, replyCode, FirstSet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      NextFTPStep("PORT", "NOOP", QString());
-      return;
-    case DataLeg::PortAccepted: {
-      const QString serverPath = GetServerDirectoryPathName();
-      EnterLocalFolderOf(serverPath);
-      NextFTPStep("CWD", "CWD " + serverPath, "Change directory to: " + serverPath);
-      return;
-    }
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
+  // The first data leg resumes at "PORT": the root's local folder, then into the root.
+  if (const DataLeg leg = TreeDataLeg(replyLine, replyCode, FirstSet, "PORT", ""); leg != DataLeg::NotASubStep) {
+    if (leg != DataLeg::PortAccepted) return;
+    const QString serverPath = GetServerDirectoryPathName();
+    EnterLocalFolderOf(serverPath);
+    NextFTPStep("CWD", "CWD " + serverPath, "Change directory to: " + serverPath);
+    return;
   }
   // The leg before each file resumes at "NEXTPORT".
-  switch (DataConnectionSteps(replyLine, replyCode, NextSet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      NextFTPStep("NEXTPORT", "NOOP", "Connect to host-supplied port.");
-      return;
-    case DataLeg::PortAccepted:
-      NextFileStep(resident);
-      return;
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
+  if (const DataLeg leg = TreeDataLeg(replyLine, replyCode, NextSet, "NEXTPORT", "Connect to host-supplied port.");
+      leg != DataLeg::NotASubStep) {
+    if (leg == DataLeg::PortAccepted) NextFileStep(resident);
+    return;
   }
   // The leg into a subdirectory resumes at "NEXTSUBPORT".
-  switch (DataConnectionSteps(replyLine, replyCode, SubdirectorySet, ListenKind::Early)) {
-    case DataLeg::PassiveReady:
-      CalcSetPassivePort(replyLine);
-      NextFTPStep("NEXTSUBPORT", "NOOP", "Handle Subdirectory Connect to host-supplied port.");
-      return;
-    case DataLeg::PortAccepted:
+  if (const DataLeg leg = TreeDataLeg(replyLine, replyCode, SubdirectorySet, "NEXTSUBPORT",
+                                      "Handle Subdirectory Connect to host-supplied port.");
+      leg != DataLeg::NotASubStep) {
+    if (leg == DataLeg::PortAccepted)
       NextFTPStep("CWD", "CWD " + CurrentWorkingDirectory,
                   "Handle Subdirectory Change directory to: " + CurrentWorkingDirectory);
-      return;
-    case DataLeg::Handled:
-      return;
-    case DataLeg::NotASubStep:
-      break;
+    return;
   }
   if (StepIs("CWD")) {
     if (replyCode != 250) return ErrorBranch(replyLine);
     NextFTPStep("PWD", "PWD", "Get working directory for ");
-  } else if (StepIs("PWD")) {
-    if (replyCode != 257) return ErrorBranch(replyLine);
-    Deref(DataSocket, "DataSocket").SetFileList();
-    CurrentWorkingDirectory = NthField(replyLine, QStringLiteral("\""), 2);
-    NextFTPStep("LIST", "LIST -a", "Get full directory list for " + CurrentWorkingDirectory);
-  } else if (StepIs("LIST")) {
-    // No wait for the listing's close: it has until "NEXTPORT" to arrive.
-    if (CodeIn(replyCode, {150, 125})) {
-      Deref(DataSocket, "DataSocket").Poll();
-    } else if (replyCode == 226) {
-      // The walk does not wait for the listing's close, but takes in what has arrived.
-      DataSocket->Poll();
-      if (!PassiveMode) NextDataPort();
-      NextFTPStep("GETFILELOOP", "NOOP", "NOOP");
-    } else {
-      ErrorBranch(replyLine);
-    }
+  } else if (ListDirectorySteps(replyLine, replyCode, "GETFILELOOP", true)) {
+    return;
   } else if (StepIs("GETFILELOOP")) {
     // Never undone: later listings of the walk run under this type.
     if (replyCode != 200) return ErrorBranch(replyLine);

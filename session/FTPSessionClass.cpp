@@ -248,7 +248,6 @@ struct DispatchRow {
 };
 
 // Session type -> machine, in the order of the tests; the first equal name wins.
-// A row is added here when its machine exists.
 const DispatchRow kDispatchTable[] = {
     {"AbortTransfer", &FTPSessionClass::ExecuteAbortTransferSteps},
     {"ChangeDir", &FTPSessionClass::ExecuteChangeDirSteps},
@@ -265,9 +264,13 @@ const DispatchRow kDispatchTable[] = {
     {"RestartGetSingleFile", &FTPSessionClass::ExecuteRestartGetSingleFileSteps},
     {"GetDir", &FTPSessionClass::ExecuteGetDirSteps},
     {"GetDirImmediate", &FTPSessionClass::ExecuteGetDirImmediateSteps},
+    {"DeleteFile", &FTPSessionClass::ExecuteDeleteFileSteps},
     {"DeleteSingleFile", &FTPSessionClass::ExecuteDeleteSingleFileSteps},
+    {"DeleteDir", &FTPSessionClass::ExecuteDeleteDirSteps},
+    {"DeleteDirImmediate", &FTPSessionClass::ExecuteDeleteDirImmediateSteps},
     {"RemoveDir", &FTPSessionClass::ExecuteRemoveDirSteps},
     {"MakeDir", &FTPSessionClass::ExecuteMakeDirSteps},
+    {"RenameFile", &FTPSessionClass::ExecuteRenameFileSteps},
     {"RenameSingleFile", &FTPSessionClass::ExecuteRenameSingleFileSteps},
     {"ChmodSingleFile", &FTPSessionClass::ExecuteChmodSingleFileSteps},
     {"GetWorkingDir", &FTPSessionClass::ExecuteGetWorkingDirSteps},

@@ -100,6 +100,7 @@ public:
   virtual void SetDataPortRange(qint32 start, qint32 end);
   virtual void ChangeDir();
   virtual void ChmodSingleFile();
+  virtual void DeleteDir();
   virtual void DeleteSingleFile();
   virtual void EndFTPSession(const QString& text);
   virtual QString GetCurrentFTPStep();
@@ -121,11 +122,14 @@ public:
   virtual void RemoveDir();
   virtual void RenameSingleFile();
   virtual void ResetConnectionTimer();
+  virtual void StartDeleteDir();
+  virtual void StartDeleteFile();
   virtual void StartGetDir();
   virtual void StartGetDirList();
   virtual void StartGetFile();
   virtual void StartPutDir();
   virtual void StartPutFile();
+  virtual void StartRenameFile();
   virtual QString GetFTPSessionType();
   virtual void ParseCommandBuffer(qint32 code);
   // One listing line as a record. A read past the line's last token raises
@@ -185,6 +189,10 @@ public:
   void ExecutePutFileSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutDirSteps(const QString& replyLine, qint32 replyCode);
   void ExecutePutDirImmediateSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteDeleteFileSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteDeleteDirSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteDeleteDirImmediateSteps(const QString& replyLine, qint32 replyCode);
+  void ExecuteRenameFileSteps(const QString& replyLine, qint32 replyCode);
 
   // The platform's line end, used by the error branch.
   static const QString EndOfLine;
@@ -280,6 +288,19 @@ protected:
   // nothing is to be sent). Returns false when the step is none of the leg's.
   bool FirstDataLegSteps(const QString& replyLine, qint32 replyCode, const char* resumeStep,
                          const QString& resumeCommand, const QString& resumeStatus);
+  // One round of a batch up to the machine's own step: "LOOP" on 200 chooses the data mode,
+  // the first data leg resumes with "TYPE", and "TYPE" on 200 goes on by NOOP to `step`.
+  // Returns false when the step is none of these.
+  bool BatchRoundSteps(const QString& replyLine, qint32 replyCode, const char* step, const QString& statusText);
+  // The end of a batch round: "QUIT" once no name is left, else the next port (active mode)
+  // and back to "LOOP" by NOOP.
+  void NextRoundOrQuit();
+  // RNFR with the next name of Files (the old name of a pair), on to "TO".
+  void SendRenameFrom();
+  // "TO" of both renames: 350 sends RNTO with the next name (the new one), on to "DONE".
+  void RenameToStep(const QString& replyLine, qint32 replyCode);
+  // "DELETEFILE" of both deletes by name: the next name to the data socket, then DELE.
+  void DeleteNextFileStep(const QString& replyLine, qint32 replyCode);
   // "GETFILE" of the downloads: the next name to the data socket (which creates the local
   // file), any older file of that name deleted, then RETR.
   void FetchNextFileStep(const QString& replyLine, qint32 replyCode);
@@ -302,6 +323,19 @@ protected:
   // The transfer loop that both recursive upload machines share; `resident` picks the
   // ending (quiet for PutDir, QUIT for StartPutDir).
   void PutDirLoopSteps(const QString& replyLine, qint32 replyCode, bool resident);
+  // The head of the connecting tree walks (logon, TYPE A, the first data mode, QUIT with
+  // `quitMessage`) and of the resident ones ("START"). False when the step is the walk's own.
+  bool ConnectingTreeHeadSteps(const QString& replyLine, qint32 replyCode, const char* quitMessage);
+  bool ResidentTreeHeadSteps(const QString& replyLine, qint32 replyCode);
+  // A data leg of the tree walks: 227 connects and goes on by NOOP to `resumeStep` (then
+  // Handled); the 200 that completes the leg comes back as PortAccepted.
+  DataLeg TreeDataLeg(const QString& replyLine, qint32 replyCode, const DataModeSet& set, const char* resumeStep,
+                      const char* resumeStatus);
+  // "PWD" and "LIST" of the tree walks: the directory named by the server's PWD is listed
+  // with LIST -a, and its 226 goes on by NOOP to `afterListing` (taking the next port in
+  // active mode when `nextPortAfterListing`). False for any other step.
+  bool ListDirectorySteps(const QString& replyLine, qint32 replyCode, const char* afterListing,
+                          bool nextPortAfterListing);
   // The walk that both recursive download machines share from the first data leg on;
   // `resident` picks the ending (quiet for GetDir, QUIT for StartGetDir) and whether a path
   // not found is told.
@@ -311,6 +345,13 @@ protected:
   void LeaveDirectoryStep(bool resident);
   void EnterLocalFolderOf(const QString& serverPath);
   void PathNotFound(const char* step, bool resident);
+  // The walk that both recursive delete machines share from the first data leg on;
+  // `resident` picks the ending and whether a path not found is told.
+  void TreeDeleteSteps(const QString& replyLine, qint32 replyCode, bool resident);
+  void DeleteNextTreeFileStep(bool resident);
+  void NextSubdirectoryToDeleteStep(bool resident);
+  void RemoveLeftDirectoryStep();
+  void SeedDeleteWalk();
 
   // The entry of the upload script at hand.
   QString CurrentPutDirEntry();

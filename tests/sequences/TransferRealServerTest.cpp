@@ -272,6 +272,48 @@ TEST_P(RealTransfer, BatchDownloadAndListings) {
   }
 }
 
+// Deletes and renames by name, and the recursive delete of a tree three levels deep with
+// files at every level, on a connection of their own; then DeleteDir on a logged-on session
+// in a flat folder (it has no step for a CWD into a subdirectory). Roots are given as the
+// server's PWD shows them. Every change is checked in the server's file system, and the
+// neighbours of what went must still be there.
+TEST_P(RealTransfer, DeletesAndRenamesOnTheServer) {
+  const QString root = server->Root();
+  for (const char* name : {"gone1", "gone2", "kept", "old1", "old2"}) WriteFile(root + "/" + name, name);
+  WriteFile(root + "/tree/f", "f");
+  WriteFile(root + "/tree/a/g", "g");
+  WriteFile(root + "/tree/a/b/h", "h");
+  WriteFile(root + "/tree/a/b/i j", "ij");
+  QDir().mkpath(root + "/tree/empty");
+  WriteFile(root + "/sibling/s", "s");
+  WriteFile(root + "/flat/x", "x");
+  WriteFile(root + "/flat/y", "y");
+  ASSERT_TRUE(server->HandOverRoot());
+  auto session = NewSession();
+  const auto run = [&](const std::function<void()>& start, const char* success) {
+    const qsizetype before = Ends(*log).size();
+    start();
+    ASSERT_TRUE(WaitForEnds(before + 1));
+    EXPECT_EQ(Ends(*log).last(), QString("success\t") + success) << log->join('\n').toStdString();
+  };
+
+  for (const char* name : {"gone1", "gone2"}) session->AddFileName(name);
+  run([&] { session->StartDeleteFile(); }, "File has been deleted.");
+  for (const char* name : {"new1", "old1", "new2", "old2"}) session->AddFileName(name);
+  run([&] { session->StartRenameFile(); }, "File Rename Complete.");
+  session->SetServerDirectoryPathName("/tree");
+  run([&] { session->StartDeleteDir(); }, "The directory has been deleted.");
+  run([&] { session->Logon(); }, "Logon Complete.");
+  session->SetServerDirectoryPathName("/flat");
+  run([&] { session->ChangeDir(); }, "Directory Change Complete.");
+  run([&] { session->DeleteDir(); }, "The directory has been deleted.");
+
+  const QMap<QString, QByteArray> expected = {
+      {"kept", "kept"}, {"new1", "old1"}, {"new2", "old2"}, {"sibling/", ""}, {"sibling/s", "s"}};
+  const auto left = Snapshot(root);
+  EXPECT_TRUE(left == expected) << Difference(left, expected);
+}
+
 INSTANTIATE_TEST_SUITE_P(Servers, RealTransfer,
                          ::testing::Values(Case{RealFtpServer::Kind::Pyftpdlib, Mode::Passive},
                                            Case{RealFtpServer::Kind::Pyftpdlib, Mode::Active},

@@ -29,8 +29,9 @@ inline void PrintTo(const OperationRow& row, std::ostream* out) { *out << row.na
 
 inline const QString kPwd = QStringLiteral("success\tThe working directory has been transferred.");
 
-inline void RunOperationRow(LoggedOnFixture& f, const OperationRow& row) {
-  f.LogOn();
+// Scripts the row, starts it and checks its end reports, the script and the other reports;
+// `earlierEnds` end reports came before the row's.
+inline void PlayRow(LoggedOnFixture& f, const OperationRow& row, qsizetype earlierEnds) {
   for (const Exchange& exchange : row.script) {
     if (exchange.command.endsWith('*'))
       f.server.ExpectPrefix(exchange.command.chopped(1), exchange.actions);
@@ -42,13 +43,28 @@ inline void RunOperationRow(LoggedOnFixture& f, const OperationRow& row) {
     ASSERT_TRUE(RunUntil([&] { return f.server.ScriptDone(); }));
     RunFor(100);
   } else {
-    ASSERT_TRUE(f.WaitForEnds(1 + row.ends.size()));
+    ASSERT_TRUE(f.WaitForEnds(static_cast<int>(earlierEnds + row.ends.size()))) << f.log->join("\n").toStdString();
     RunFor(20);  // nothing more may follow
   }
-  EXPECT_EQ(RecordingStatus::Ends(*f.log).mid(1), row.ends);
+  EXPECT_EQ(RecordingStatus::Ends(*f.log).mid(earlierEnds), row.ends);
   EXPECT_EQ(f.server.Mismatches(), QStringList());
   for (const QString& report : row.reports) EXPECT_TRUE(f.log->contains(report)) << report.toStdString();
   if (row.after) row.after(*f.session, f.local.path() + "/", f.server);
+}
+
+// A row of an operation that makes its own connection: the logon comes first in the
+// script, and the operation closes its connection when it ends.
+inline void RunConnectingRow(LoggedOnFixture& f, const OperationRow& row) {
+  f.server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
+  PlayRow(f, row, 0);
+  if (!row.ends.isEmpty()) {
+    EXPECT_EQ(f.session->CommandSocket, nullptr);
+  }
+}
+
+inline void RunOperationRow(LoggedOnFixture& f, const OperationRow& row) {
+  f.LogOn();
+  PlayRow(f, row, 1);
 
   f.server.Expect("PWD", {Line("257 \"/\"")});
   f.session->GetWorkingDir();

@@ -418,4 +418,11 @@ QString RealFtpServer::User() const { return impl_->user; }
 QString RealFtpServer::Password() const { return impl_->password; }
 QString RealFtpServer::Root() const { return impl_->root; }
 
+bool RealFtpServer::HandOverRoot() const {
+  if (impl_->kind != Kind::Vsftpd) return true;  // pyftpdlib runs as the owner of the files
+  const QString error = RunTool(QStringLiteral("chown"), {QStringLiteral("-R"), impl_->user + QStringLiteral(":"), impl_->root});
+  if (!error.isEmpty()) qWarning("chown: %s", qPrintable(error));
+  return error.isEmpty();
+}
+
 }  // namespace velmar::test

@@ -24,6 +24,9 @@ public:
   // is owned by the server's system user: a folder a test makes in it as root is not
   // writable over FTP unless the test hands it to User().
   QString Root() const;
+  // Hands what a test made under Root() to the server's user, so that it can be changed over
+  // FTP (vsftpd); false with the tool's complaint in the log when that fails.
+  bool HandOverRoot() const;
 
 private:
   struct Impl;

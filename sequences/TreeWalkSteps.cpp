@@ -1,0 +1,81 @@
+// The steps that the tree walks (recursive download and recursive delete) share: the head of
+// the connecting and of the resident machines, the data legs that resume by NOOP, and the
+// look into a directory (PWD, then LIST -a). Each walk keeps its own rows after that.
+#include "session/FTPSessionClass.h"
+
+#include "data/FTPDataSocket.h"
+#include "platform/Exceptions.h"
+#include "platform/Strings.h"
+
+namespace velmar {
+
+bool FTPSessionClass::ConnectingTreeHeadSteps(const QString& replyLine, qint32 replyCode, const char* quitMessage) {
+  switch (LogonPrefixSteps(replyLine, replyCode, {220, 530}, {331, 230})) {
+    case PrefixOutcome::LoggedOn:
+      NextFTPStep("TYPE", "TYPE A", "Change transfer type to ASCII.");
+      return true;
+    case PrefixOutcome::Handled:
+      return true;
+    case PrefixOutcome::NotAPrefixStep:
+      break;
+  }
+  if (StepIs("TYPE")) {
+    if (replyCode != 200)
+      ErrorBranch(replyLine);
+    else
+      ChooseDataMode(FirstSet);
+    return true;
+  }
+  if (StepIs("QUIT")) {
+    QuitStep(QString::fromLatin1(quitMessage));
+    return true;
+  }
+  return false;
+}
+
+// No type is set: the first listing runs under whatever type the session has.
+bool FTPSessionClass::ResidentTreeHeadSteps(const QString& replyLine, qint32 replyCode) {
+  if (!StepIs("START")) return false;
+  if (replyCode != 200)
+    ErrorBranch(replyLine);
+  else
+    ChooseDataMode(FirstSet);
+  return true;
+}
+
+FTPSessionClass::DataLeg FTPSessionClass::TreeDataLeg(const QString& replyLine, qint32 replyCode, const DataModeSet& set,
+                                                      const char* resumeStep, const char* resumeStatus) {
+  const DataLeg leg = DataConnectionSteps(replyLine, replyCode, set, ListenKind::Early);
+  if (leg != DataLeg::PassiveReady) return leg;
+  CalcSetPassivePort(replyLine);
+  NextFTPStep(QString::fromLatin1(resumeStep), QStringLiteral("NOOP"), QString::fromLatin1(resumeStatus));
+  return DataLeg::Handled;
+}
+
+bool FTPSessionClass::ListDirectorySteps(const QString& replyLine, qint32 replyCode, const char* afterListing,
+                                         bool nextPortAfterListing) {
+  if (StepIs("PWD")) {
+    if (replyCode != 257) {
+      ErrorBranch(replyLine);
+    } else {
+      Deref(DataSocket, "DataSocket").SetFileList();
+      CurrentWorkingDirectory = NthField(replyLine, QStringLiteral("\""), 2);
+      NextFTPStep("LIST", "LIST -a", "Get full directory list for " + CurrentWorkingDirectory);
+    }
+    return true;
+  }
+  if (!StepIs("LIST")) return false;
+  // No wait for the listing's close; but what has arrived is taken in, at 150 and at 226.
+  if (CodeIn(replyCode, {150, 125})) {
+    Deref(DataSocket, "DataSocket").Poll();
+  } else if (replyCode == 226) {
+    Deref(DataSocket, "DataSocket").Poll();
+    if (nextPortAfterListing && !PassiveMode) NextDataPort();
+    NextFTPStep(QString::fromLatin1(afterListing), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
+  } else {
+    ErrorBranch(replyLine);
+  }
+  return true;
+}
+
+}  // namespace velmar
