@@ -117,5 +117,32 @@ TEST(DirectoryTree, AListingIsFiledUnderTheCurrentDirectory) {
   EXPECT_THROW(data.ParseDirectoryList("-rw-r--r-- 1 o g 20 Jan 15 10:30 x\r\n"), OutOfBoundsException);
 }
 
+// What a hostile server may send: a million lines, a line of a megabyte with a quarter of a
+// million tokens, binary bytes with NUL, a line of thousands of month names. Each line is
+// filed or rejected; the only way out is the read past the last token.
+TEST(DirectoryTree, HostileListingsAreFiledOrRejected) {
+  auto session = std::make_shared<FTPSessionClass>();
+  FTPDataSocket data(session.get());
+  session->DirList = {std::make_shared<D>("/h", "")};
+  session->CurrentDirectoryIndex = 0;
+  session->CurrentWorkingDirectory = "/h";
+  QString binary;
+  for (int i = 0; i < 4096; ++i)
+    if (i % 256 != 10 && i % 256 != 13) binary += QChar(i % 256);  // all bytes but the line ends
+  QString listing;
+  listing.reserve(12'000'000);
+  for (int i = 0; i < 1'000'000; ++i)
+    listing += i % 1000 ? QStringLiteral("junk\r\n") : QStringLiteral("-rw-r--r-- 1 o g 1 Jan 1 10:00 f%1\r\n").arg(i);
+  listing += QStringLiteral("a b ").repeated(1 << 18) + "\r\n" + binary + "\r\n" +
+             QStringLiteral("Jan ").repeated(5000) + "x\r\n";
+  data.ParseDirectoryList(listing);
+  const D& root = *session->DirList[0];
+  ASSERT_EQ(root.Files.size(), 1000 + 3);
+  EXPECT_EQ(root.Files.first(), "f0");
+  EXPECT_EQ(root.Files[1000].size(), (1 << 20) - 8);  // a Windows line: the name from the fifth token on
+  EXPECT_EQ(session->DirList.size(), 1);
+  EXPECT_THROW(data.ParseDirectoryList("-rw-r--r-- 1 o g 12 Jan 15\r\n"), OutOfBoundsException);
+}
+
 }  // namespace
 }  // namespace velmar::test
