@@ -1,18 +1,16 @@
-// Files and folders: FolderItem over the real file system in temporary folders, and
-// BinaryStream reads and writes, including positions past 2 GiB.
+// Files and folders in temporary folders: FolderItem, BinaryStream and the text streams.
 #include "platform/BinaryStream.h"
 #include "platform/FolderItem.h"
+#include "platform/TextInputStream.h"
 #include "platform/TextOutputStream.h"
 #include "support/TestFiles.h"
 
-#include <QDir>
-#include <QFile>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace velmar::test {
 namespace {
@@ -25,108 +23,85 @@ protected:
   std::shared_ptr<FolderItem> Item(const QString& relative) const { return GetFolderItem(Path(relative)); }
   void Write(const QString& relative, const QByteArray& content) const { WriteFile(Path(relative), content); }
   QByteArray Read(const QString& relative) const { return ReadFile(Path(relative)); }
-  void MakeFolder(const QString& relative) const { ASSERT_TRUE(QDir().mkpath(Path(relative))); }
-  std::shared_ptr<FolderItem> Root() const { return GetFolderItem(temp_.path()); }
+  int Mode(const QString& relative) const {
+    struct stat info {};
+    return ::stat(QFile::encodeName(Path(relative)).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
+  }
 
   QTemporaryDir temp_;
 };
 
-int Mode(const QString& path) {
-  struct stat info {};
-  if (::stat(QFile::encodeName(path).constData(), &info) != 0) return -1;
-  return static_cast<int>(info.st_mode & 07777);
+// An item in one line: "folder 'sub' /tmp/x/sub/ 0" (kind, name, absolute path, length).
+QString Describe(const FolderItem& item) {
+  const char* kind = !item.Exists() ? "missing" : item.Directory() ? "folder" : "file";
+  return QString("%1 '%2' %3 %4").arg(kind, item.Name(), item.AbsolutePath()).arg(item.Length());
 }
 
-TEST_F(FilesTest, RefusesWhatIsNotAnAbsolutePathOrAName) {
-  for (const char* path : {"", "relative/file.txt", "file.txt", "./file.txt"})
-    EXPECT_EQ(GetFolderItem(path), nullptr) << path;
-  Write("file.txt", "x");
-  for (const QString& name : {QString(), QString("a/b"), QString("/"), QString(".."), QString(".")})
-    EXPECT_EQ(Root()->Child(name), nullptr) << name.toStdString();
-  // Only folders have children.
-  EXPECT_EQ(Item("file.txt")->Child("x"), nullptr);
-  EXPECT_EQ(Item("missing")->Child("x"), nullptr);
+// A binary stream in one line: open or closed, position/length, and " eof" at its end.
+QString Describe(const BinaryStream& s) {
+  const QString state = QString("%1/%2").arg(s.Position()).arg(s.Length());
+  return (s.IsOpen() ? "open " : "closed ") + state + (s.EOF() ? " eof" : "");
 }
 
-TEST_F(FilesTest, TheRootIsAFolderAndWhatLiesAboveIt) {
-  ASSERT_NE(GetFolderItem("/"), nullptr);
-  EXPECT_TRUE(GetFolderItem("/")->Directory());
-  const std::pair<const char*, const char*> roots[] = {{"/", "/"}, {"/..", "/"}, {"/../../tmp", "/tmp/"}};
-  for (const auto& [path, expected] : roots) EXPECT_EQ(GetFolderItem(path)->AbsolutePath(), expected) << path;
-  // The root's children get no double "/".
-  ASSERT_NE(GetFolderItem("/")->Child("tmp"), nullptr);
-  EXPECT_EQ(GetFolderItem("/")->Child("tmp")->AbsolutePath(), "/tmp/");
+// Every line until EOF, at most 100.
+QStringList Lines(TextInputStream& in) {
+  QStringList lines;
+  for (int i = 0; i < 100 && !in.EOF(); ++i) lines << in.ReadLine();
+  return lines;
 }
 
-TEST_F(FilesTest, PathsAndNamesOfFilesFoldersAndMissingItems) {
+const QString kUmlauts = QString::fromUtf8("Gr\xC3\xBC\xC3\x9F" "e");  // "Grüße"
+
+TEST_F(FilesTest, PathsNamesAndLengthsAndWhatIsNoPathOrName) {
   Write("sub/file.txt", "12345");
-  auto folder = Item("sub");
-  ASSERT_NE(folder, nullptr);
-  EXPECT_TRUE(folder->Exists());
-  EXPECT_TRUE(folder->Directory());
-  EXPECT_EQ(folder->Name(), "sub");
-  EXPECT_EQ(folder->AbsolutePath(), Path("sub/"));
-  EXPECT_EQ(folder->Length(), 0);
-  // A trailing "/" or a "." in the given path make no difference.
-  EXPECT_EQ(Item("sub/")->AbsolutePath(), Path("sub/"));
-  EXPECT_EQ(Item("./sub/.")->Name(), "sub");
-
-  auto file = folder->Child("file.txt");
-  ASSERT_NE(file, nullptr);
-  EXPECT_TRUE(file->Exists());
-  EXPECT_FALSE(file->Directory());
-  EXPECT_EQ(file->Name(), "file.txt");
-  EXPECT_EQ(file->AbsolutePath(), Path("sub/file.txt"));
-  EXPECT_EQ(file->Length(), 5);
-
-  // A child of a missing name is an item that does not exist yet, and opens not.
-  auto missing = folder->Child("new.txt");
-  ASSERT_NE(missing, nullptr);
-  EXPECT_FALSE(missing->Exists());
-  EXPECT_FALSE(missing->Directory());
-  EXPECT_EQ(missing->Name(), "new.txt");
-  EXPECT_EQ(missing->AbsolutePath(), Path("sub/new.txt"));
-  EXPECT_EQ(missing->Length(), 0);
+  const std::pair<std::shared_ptr<FolderItem>, QString> rows[] = {
+      // A trailing "/" or a "." in the given path make no difference.
+      {Item("sub"), "folder 'sub' " + Path("sub/") + " 0"}, {Item("./sub/."), "folder 'sub' " + Path("sub/") + " 0"},
+      {Item("sub/"), "folder 'sub' " + Path("sub/") + " 0"},
+      {Item("sub")->Child("file.txt"), "file 'file.txt' " + Path("sub/file.txt") + " 5"},
+      // A child of a missing name is an item that does not exist yet.
+      {Item("sub")->Child("new.txt"), "missing 'new.txt' " + Path("sub/new.txt") + " 0"},
+      // The root is a folder, what lies above it is the root, and its children get no double "/".
+      {GetFolderItem("/"), "folder '' / 0"}, {GetFolderItem("/.."), "folder '' / 0"},
+      {GetFolderItem("/../../tmp"), "folder 'tmp' /tmp/ 0"}, {GetFolderItem("/")->Child("tmp"), "folder 'tmp' /tmp/ 0"},
+      // No absolute path, no name, or no folder: no item.
+      {GetFolderItem(""), "null"}, {GetFolderItem("relative/file.txt"), "null"}, {GetFolderItem("file.txt"), "null"},
+      {GetFolderItem("./file.txt"), "null"}, {Item("")->Child(""), "null"}, {Item("")->Child("a/b"), "null"},
+      {Item("")->Child("/"), "null"}, {Item("")->Child(".."), "null"}, {Item("")->Child("."), "null"},
+      {Item("sub/file.txt")->Child("x"), "null"}, {Item("missing")->Child("x"), "null"},
+  };
+  for (const auto& [item, expected] : rows) EXPECT_EQ(item ? Describe(*item) : "null", expected);
+  // A missing item has no items, opens not, and opening it for writing must not create it.
+  auto missing = Item("sub/new.txt");
   EXPECT_EQ(missing->Count(), 0);
   EXPECT_EQ(missing->Item(1), nullptr);
-  EXPECT_EQ(missing->OpenAsBinaryFile(false), nullptr);
+  EXPECT_FALSE(missing->OpenAsBinaryFile(false) || missing->OpenAsBinaryFile(true) || missing->OpenAsTextFile());
   EXPECT_FALSE(missing->LastError().isEmpty());
-  EXPECT_EQ(missing->OpenAsBinaryFile(true), nullptr);
-  EXPECT_EQ(missing->OpenAsTextFile(), nullptr);
   EXPECT_FALSE(missing->Delete());
-  // Opening for writing must not have created it.
   EXPECT_FALSE(QFile::exists(Path("sub/new.txt")));
 }
 
 TEST_F(FilesTest, ItemsComeInOrderOfNameAndAWalkDeletesFilesAndEmptyFoldersOnly) {
   for (const char* name : {"b", "a", "C", ".hidden", "full/keep.txt"}) Write(name, "keep");
-  MakeFolder("empty");
-  auto root = Root();
+  ASSERT_TRUE(QDir().mkpath(Path("empty")));
+  auto root = Item("");
   const int count = root->Count();
   ASSERT_EQ(count, 6);
   QStringList names;
-  for (int i = 1; i <= count; ++i) {
-    auto item = root->Item(i);
-    ASSERT_NE(item, nullptr) << i;
-    names << item->Name();
-  }
+  for (int i = 1; i <= count; ++i) names << (root->Item(i) ? root->Item(i)->Name() : "null");
   EXPECT_EQ(names, (QStringList{".hidden", "C", "a", "b", "empty", "full"}));
-  EXPECT_TRUE(root->Item(6)->Directory());
   EXPECT_EQ(root->Item(6)->Count(), 1);
   for (int outside : {0, 7, -1}) EXPECT_EQ(root->Item(outside), nullptr) << outside;
-
   // Forward: the listing of Count() stays valid while entries go.
   for (int i = 1; i <= count; ++i) {
     auto item = root->Item(i);
-    ASSERT_NE(item, nullptr);
     const bool full = item->Name() == "full";
     EXPECT_EQ(item->Delete(), !full) << item->Name().toStdString();
     EXPECT_EQ(item->LastError().isEmpty(), !full) << item->Name().toStdString();
   }
   EXPECT_FALSE(QFileInfo::exists(Path("empty")));
   EXPECT_EQ(Read("full/keep.txt"), "keep");
-  // Count reads the folder anew.
-  Write("e", "");
+  Write("e", "");  // Count reads the folder anew
   EXPECT_EQ(root->Count(), 2);
   EXPECT_EQ(root->Item(1)->Name(), "e");
 }
@@ -134,16 +109,12 @@ TEST_F(FilesTest, ItemsComeInOrderOfNameAndAWalkDeletesFilesAndEmptyFoldersOnly)
 TEST_F(FilesTest, CreateAsFolderAndFoldersDoNotOpenAsFiles) {
   auto folder = Item("made");
   EXPECT_TRUE(folder->CreateAsFolder());
-  EXPECT_TRUE(folder->Directory());
   EXPECT_TRUE(folder->CreateAsFolder());  // already there
-  EXPECT_EQ(folder->AbsolutePath(), Path("made/"));
-  EXPECT_EQ(folder->OpenAsBinaryFile(false), nullptr);
-  EXPECT_EQ(folder->OpenAsBinaryFile(true), nullptr);
-  EXPECT_EQ(folder->OpenAsTextFile(), nullptr);
-  EXPECT_EQ(folder->CreateBinaryFile(QString()), nullptr);
-  EXPECT_EQ(folder->CreateTextFile(), nullptr);
+  EXPECT_EQ(Describe(*folder), "folder 'made' " + Path("made/") + " 0");
+  EXPECT_FALSE(folder->OpenAsBinaryFile(false) || folder->OpenAsBinaryFile(true) || folder->OpenAsTextFile() ||
+               folder->CreateBinaryFile(QString()) || folder->CreateTextFile());
+  EXPECT_FALSE(folder->LastError().isEmpty());
   EXPECT_TRUE(folder->Directory());
-
   EXPECT_FALSE(Item("no/such/parent")->CreateAsFolder());
   Write("file", "data");
   EXPECT_FALSE(Item("file")->CreateAsFolder());
@@ -154,60 +125,98 @@ TEST_F(FilesTest, BinaryStreamWritesReadsSeeksAndCloses) {
   auto item = Item("data.bin");
   auto out = item->CreateBinaryFile("application/octet-stream");
   ASSERT_NE(out, nullptr);
-  EXPECT_TRUE(out->IsOpen());
-  EXPECT_TRUE(out->EOF());
-  EXPECT_TRUE(out->Write("0123456789"));
-  EXPECT_TRUE(out->Write(QByteArray()));
-  EXPECT_EQ(out->Position(), 10);
-  EXPECT_EQ(out->Length(), 10);
-  // Written bytes are in the file at once, before Close.
-  EXPECT_EQ(Read("data.bin"), "0123456789");
+  EXPECT_EQ(Describe(*out), "open 0/0 eof");
+  EXPECT_TRUE(out->Write("0123456789") && out->Write(QByteArray()));
+  EXPECT_EQ(Describe(*out), "open 10/10 eof");
+  EXPECT_EQ(Read("data.bin"), "0123456789");  // in the file at once, before Close
   EXPECT_TRUE(out->SetPosition(2));
-  EXPECT_FALSE(out->EOF());
+  EXPECT_EQ(Describe(*out), "open 2/10");
   EXPECT_EQ(out->Read(3), "234");
   EXPECT_FALSE(out->SetPosition(-1));
   out->Close();
-  EXPECT_FALSE(out->IsOpen());
+  EXPECT_EQ(Describe(*out), "closed 0/0 eof");
   EXPECT_EQ(item->Length(), 10);
-  // Closed, it does nothing.
-  EXPECT_FALSE(out->Write("lost"));
+  // Closed, it does nothing, and a second close is harmless.
+  EXPECT_FALSE(out->Write("lost") || out->SetPosition(0));
   EXPECT_FALSE(out->LastError().isEmpty());
   EXPECT_EQ(out->Read(10), QByteArray());
-  EXPECT_TRUE(out->EOF());
-  EXPECT_FALSE(out->SetPosition(0));
-  out->Close();  // a second close is harmless too
+  out->Close();
 
-  // Reading in blocks is BinaryStreamTest's; here the edges of a small file.
   auto in = item->OpenAsBinaryFile(false);
   ASSERT_NE(in, nullptr);
   EXPECT_EQ(in->Read(0), QByteArray());
   EXPECT_EQ(in->Read(100), "0123456789");  // fewer at the end
-  EXPECT_TRUE(in->EOF());
+  EXPECT_EQ(Describe(*in), "open 10/10 eof");
   // Read-only: a write fails, says why, and changes nothing.
   EXPECT_FALSE(in->Write("zz"));
   EXPECT_FALSE(in->LastError().isEmpty());
-  in->Close();
-  EXPECT_EQ(Read("data.bin"), "0123456789");
+  in.reset();
+  auto rw = item->OpenAsBinaryFile(true);  // keeps the content
+  ASSERT_TRUE(rw && rw->SetPosition(8));
+  EXPECT_TRUE(rw->Write("ABCD"));  // overwrites two bytes and appends two
+  EXPECT_EQ(Describe(*rw), "open 12/12 eof");
+  rw.reset();  // released: closed
+  EXPECT_EQ(Read("data.bin"), "01234567ABCD");
+  EXPECT_EQ(Describe(*item->CreateBinaryFile(QString())), "open 0/0 eof");  // truncates
+  EXPECT_EQ(item->Length(), 0);
 }
 
-TEST_F(FilesTest, OpeningWritableKeepsContentAndCreatingTruncates) {
-  Write("data.bin", "0123456789");
-  auto item = Item("data.bin");
-  {
-    auto rw = item->OpenAsBinaryFile(true);
-    ASSERT_NE(rw, nullptr);
-    EXPECT_EQ(rw->Length(), 10);
-    ASSERT_TRUE(rw->SetPosition(8));
-    EXPECT_TRUE(rw->Write("ABCD"));  // overwrites two bytes and appends two
-    EXPECT_EQ(rw->Length(), 12);
-  }  // released: closed
-  EXPECT_EQ(Read("data.bin"), "01234567ABCD");
+TEST_F(FilesTest, BlocksThroughTheReadAheadAddUpToTheFileAfterSeeksAndWhenItShrinks) {
+  const QByteArray content = RandomBytes(3 * 65536 + 1234, 11);
+  Write("f", content);
+  for (qint64 block : {1, 2048, 4095, 65536, 65537, 1 << 20}) {
+    auto stream = Item("f")->OpenAsBinaryFile(false);
+    ASSERT_TRUE(stream);
+    QByteArray read;
+    for (int rounds = 0; !stream->EOF() && rounds < 1000000; ++rounds) {
+      EXPECT_EQ(stream->Position(), read.size());
+      const QByteArray piece = stream->Read(block);
+      ASSERT_FALSE(piece.isEmpty());
+      read += piece;
+    }
+    EXPECT_TRUE(read == content) << "block " << block;
+  }
+  // Seeks drop what was read ahead.
+  auto stream = Item("f")->OpenAsBinaryFile(false);
+  ASSERT_TRUE(stream->Read(100) == content.left(100));
+  ASSERT_TRUE(stream->SetPosition(150000));
+  EXPECT_EQ(stream->Position(), 150000);
+  EXPECT_TRUE(stream->Read(2048) == content.mid(150000, 2048));
+  ASSERT_TRUE(stream->SetPosition(10));
+  EXPECT_TRUE(stream->Read(5) == content.mid(10, 5));
+  // The stream learns a new length at its next short read and stops there.
+  ASSERT_TRUE(QFile::resize(Path("f"), 100000));
+  qint64 end = stream->Position();
+  for (qint64 piece = 1; piece > 0 && end < 200000 && !stream->EOF(); end += piece) piece = stream->Read(4096).size();
+  EXPECT_EQ(end, 100000);
+  EXPECT_TRUE(stream->EOF());
+  EXPECT_TRUE(stream->Read(4096).isEmpty());
+}
 
-  auto created = item->CreateBinaryFile(QString());
-  ASSERT_NE(created, nullptr);
-  EXPECT_EQ(created->Length(), 0);
-  created->Close();
-  EXPECT_EQ(item->Length(), 0);
+TEST_F(FilesTest, ReadsAtPositionsPastTwoGiB) {
+  constexpr qint64 kSize = 3LL * 1024 * 1024 * 1024, kPast2G = (1LL << 31) + 5;
+  {
+    QFile file(Path("big.bin"));  // sparse: the length without the blocks on disk
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    if (!file.resize(kSize)) GTEST_SKIP() << "cannot make a 3 GiB sparse file here";
+  }
+  auto item = Item("big.bin");
+  auto rw = item->OpenAsBinaryFile(true);
+  ASSERT_NE(rw, nullptr);
+  ASSERT_TRUE(rw->SetPosition(kPast2G) && rw->Write("MIDDLE"));
+  ASSERT_TRUE(rw->SetPosition(kSize - 4) && rw->Write("TAIL"));
+  EXPECT_EQ(Describe(*rw), QString("open %1/%1 eof").arg(kSize));
+  rw.reset();
+  auto in = item->OpenAsBinaryFile(false);
+  ASSERT_TRUE(in && in->SetPosition(kPast2G - 2));
+  EXPECT_EQ(in->Read(8), QByteArray("\0\0MIDDLE", 8));
+  EXPECT_EQ(Describe(*in), QString("open %1/%2").arg(kPast2G + 6).arg(kSize));
+  // A block asked for at the end is cut to what is left, then there is nothing.
+  ASSERT_TRUE(in->SetPosition(kSize - 6));
+  EXPECT_EQ(in->Read(65536), QByteArray("\0\0TAIL", 6));
+  EXPECT_EQ(Describe(*in), QString("open %1/%1 eof").arg(kSize));
+  EXPECT_TRUE(in->Read(65536).isEmpty());
+  EXPECT_EQ(item->Length(), kSize);
 }
 
 TEST_F(FilesTest, AFailedWriteIsReported) {
@@ -227,104 +236,94 @@ TEST_F(FilesTest, AFailedWriteIsReported) {
   EXPECT_FALSE(text->LastError().isEmpty());
 }
 
-TEST_F(FilesTest, UnreadableFilesDoNotOpen) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root reads files whatever their mode";
-  Write("secret", "x");
-  ASSERT_EQ(::chmod(QFile::encodeName(Path("secret")).constData(), 0), 0);
-  auto secret = Item("secret");
-  EXPECT_TRUE(secret->Exists());
-  EXPECT_EQ(secret->OpenAsBinaryFile(false), nullptr);
-  EXPECT_FALSE(secret->LastError().isEmpty());
-  EXPECT_EQ(secret->OpenAsTextFile(), nullptr);
-}
-
-TEST_F(FilesTest, ReadsAtPositionsPastTwoGiB) {
-  constexpr qint64 kSize = 3LL * 1024 * 1024 * 1024;
-  constexpr qint64 kPast2G = (1LL << 31) + 5;
-  {
-    // Sparse: the file has its length without its blocks on disk.
-    QFile file(Path("big.bin"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    if (!file.resize(kSize)) GTEST_SKIP() << "cannot make a 3 GiB sparse file here";
-  }
-  auto item = Item("big.bin");
-  EXPECT_EQ(item->Length(), kSize);
-  {
-    auto rw = item->OpenAsBinaryFile(true);
-    ASSERT_NE(rw, nullptr);
-    ASSERT_TRUE(rw->SetPosition(kPast2G));
-    ASSERT_TRUE(rw->Write("MIDDLE"));
-    ASSERT_TRUE(rw->SetPosition(kSize - 4));
-    ASSERT_TRUE(rw->Write("TAIL"));
-    EXPECT_EQ(rw->Length(), kSize);
-  }
-
-  auto in = item->OpenAsBinaryFile(false);
-  ASSERT_NE(in, nullptr);
-  EXPECT_EQ(in->Length(), kSize);
-  ASSERT_TRUE(in->SetPosition(kPast2G - 2));
-  EXPECT_EQ(in->Read(8), QByteArray("\0\0MIDDLE", 8));
-  EXPECT_EQ(in->Position(), kPast2G + 6);
-
-  // A block asked for at the end is cut to what is left, then there is nothing.
-  ASSERT_TRUE(in->SetPosition(kSize - 6));
-  EXPECT_EQ(in->Read(65536), QByteArray("\0\0TAIL", 6));
-  EXPECT_EQ(in->Position(), kSize);
-  EXPECT_TRUE(in->EOF());
-  EXPECT_TRUE(in->Read(65536).isEmpty());
-}
-
 TEST_F(FilesTest, CreateTextFileAppliesTheMode) {
-  auto out = Item("prefs")->CreateTextFile(0600);
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(Mode(Path("prefs")), 0600);
-  out->Close();
-
-  // An existing file readable by all is narrowed before anything is written to it.
+  for (int mode : {0600, 0640, 0604}) {
+    ASSERT_NE(Item("prefs")->CreateTextFile(mode), nullptr);
+    EXPECT_EQ(Mode("prefs"), mode);
+  }
+  // An existing file readable by all is narrowed, and emptied, before anything is written to it.
   Write("old", "old secret");
   ASSERT_EQ(::chmod(QFile::encodeName(Path("old")).constData(), 0644), 0);
-  auto old = Item("old")->CreateTextFile(0600);
-  ASSERT_NE(old, nullptr);
-  EXPECT_EQ(Mode(Path("old")), 0600);
-  EXPECT_EQ(Read("old"), QByteArray());  // emptied
-  old->Close();
-
+  ASSERT_NE(Item("old")->CreateTextFile(0600), nullptr);
+  EXPECT_EQ(Mode("old"), 0600);
+  EXPECT_EQ(Read("old"), QByteArray());
   // The default leaves the mode to the umask.
   const mode_t mask = ::umask(022);
   ::umask(mask);
   ASSERT_NE(Item("plain")->CreateTextFile(), nullptr);
-  EXPECT_EQ(Mode(Path("plain")), 0666 & ~static_cast<int>(mask));
+  EXPECT_EQ(Mode("plain"), 0666 & ~static_cast<int>(mask));
 }
 
 TEST_F(FilesTest, PreferencesFolderUsesXdgConfigHomeOrDotConfigInHome) {
-  // Puts both variables back however the test ends.
-  struct Saved {
-    QByteArray home = qgetenv("HOME"), config = qgetenv("XDG_CONFIG_HOME");
-    bool hadConfig = qEnvironmentVariableIsSet("XDG_CONFIG_HOME");
-    ~Saved() {
-      qputenv("HOME", home);
-      if (hadConfig) qputenv("XDG_CONFIG_HOME", config);
-      else qunsetenv("XDG_CONFIG_HOME");
-    }
-  } saved;
+  const QByteArray home = qgetenv("HOME"), config = qgetenv("XDG_CONFIG_HOME");
+  const bool hadConfig = qEnvironmentVariableIsSet("XDG_CONFIG_HOME");
+  const auto restore = qScopeGuard([&] {  // puts both variables back however the test ends
+    qputenv("HOME", home);
+    hadConfig ? qputenv("XDG_CONFIG_HOME", config) : qunsetenv("XDG_CONFIG_HOME");
+  });
   // A missing folder is made, for the owner only.
   qputenv("XDG_CONFIG_HOME", QFile::encodeName(Path("a/config")));
-  auto folder = PreferencesFolder();
-  ASSERT_NE(folder, nullptr);
-  EXPECT_TRUE(folder->Directory());
-  EXPECT_EQ(folder->AbsolutePath(), Path("a/config/"));
-  EXPECT_EQ(Mode(Path("a/config")), 0700);
-
+  EXPECT_EQ(Describe(*PreferencesFolder()), "folder 'config' " + Path("a/config/") + " 0");
+  EXPECT_EQ(Mode("a/config"), 0700);
   qputenv("HOME", QFile::encodeName(temp_.path()));
   qunsetenv("XDG_CONFIG_HOME");
   EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path(".config/"));
-  // A relative value is ignored.
-  qputenv("XDG_CONFIG_HOME", "relative/config");
+  qputenv("XDG_CONFIG_HOME", "relative/config");  // ignored
   EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path(".config/"));
-  // An existing folder is used as it is.
-  MakeFolder("cfg");
+  ASSERT_TRUE(QDir().mkpath(Path("cfg")));  // an existing folder is used as it is
   qputenv("XDG_CONFIG_HOME", QFile::encodeName(Path("cfg")));
   EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path("cfg/"));
+}
+
+TEST_F(FilesTest, TextLinesWrittenAndReadInBothEncodingsEndAtCrLfOrLf) {
+  auto out = Item("t.txt")->CreateTextFile();
+  ASSERT_NE(out, nullptr);
+  EXPECT_TRUE(out->WriteLine("first") && out->Write("sec") && out->WriteLine("ond"));
+  EXPECT_TRUE(out->WriteLine(QString()) && out->WriteLine(kUmlauts) && out->Close());
+  EXPECT_FALSE(out->WriteLine("lost"));
+  EXPECT_FALSE(out->LastError().isEmpty());
+  EXPECT_TRUE(out->Close());  // a second close is harmless
+  EXPECT_EQ(Read("t.txt"), QByteArray("first\nsecond\n\nGr\xC3\xBC\xC3\x9F" "e\n"));
+  auto in = Item("t.txt")->OpenAsTextFile();
+  ASSERT_NE(in, nullptr);
+  EXPECT_EQ(in->Encoding, TextEncoding::UTF8());
+  EXPECT_EQ(Lines(*in), (QStringList{"first", "second", QString(), kUmlauts}));
+  in = Item("t.txt")->OpenAsTextFile();
+  in->Close();
+  EXPECT_TRUE(in->EOF());
+  EXPECT_EQ(in->ReadLine() + in->ReadAll(), QString());
+  // Latin 1 both ways; read as UTF-8, the same bytes are not valid.
+  out = Item("t.txt")->CreateTextFile();
+  out->Encoding = TextEncoding::ISOLatin1();
+  EXPECT_TRUE(out->WriteLine(kUmlauts) && out->Close());
+  EXPECT_EQ(Read("t.txt"), QByteArray("Gr\xFC\xDF" "e\n"));
+  in = Item("t.txt")->OpenAsTextFile();
+  in->Encoding = TextEncoding::ISOLatin1();
+  EXPECT_EQ(in->ReadLine(), kUmlauts);
+  EXPECT_NE(Item("t.txt")->OpenAsTextFile()->ReadLine(), kUmlauts);
+
+  // Lines end at CR LF or LF, also where these or a character straddle the stream's blocks.
+  const auto OpenText = [&](const QByteArray& content) {
+    Write("in.txt", content);
+    return Item("in.txt")->OpenAsTextFile();
+  };
+  const QByteArray head(65535, 'a');  // the stream reads 64 KiB at a time
+  const std::pair<QByteArray, QStringList> rows[] = {
+      {"dos\r\nunix\n\r\nmac\rstays\nlast", {"dos", "unix", "", "mac\rstays", "last"}},
+      {"", {}},
+      // "ü" (C3 BC), then "\r\n", straddle the first block's end.
+      {head + "\xC3\xBC" "b\nnext\n", {QString::fromLatin1(head) + QString::fromUtf8("\xC3\xBC" "b"), "next"}},
+      {head + "\r\nb", {QString::fromLatin1(head), "b"}},
+  };
+  for (const auto& [content, lines] : rows) {
+    in = OpenText(content);
+    EXPECT_EQ(Lines(*in), lines) << content.left(30).toStdString();
+    EXPECT_EQ(in->ReadLine() + in->ReadAll(), QString());  // nothing after the end
+  }
+  in = OpenText("one\r\ntwo\nthree");
+  EXPECT_EQ(in->ReadLine(), "one");
+  EXPECT_EQ(in->ReadAll(), "two\nthree");
+  EXPECT_TRUE(in->EOF());
 }
 
 }  // namespace

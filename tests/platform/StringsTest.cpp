@@ -1,23 +1,24 @@
-// The framework's string functions: 1-based positions, case-insensitive search, number
-// parsing and formatting. Each test is a table: the edge cases of one function side by side.
+// The framework's string functions and the text encodings: tables of edge cases.
 #include "platform/Strings.h"
+#include "platform/TextEncoding.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
+#include <optional>
 
 namespace velmar::test {
 namespace {
 
-// A computed text and the text it should be; the row number names a failing row.
-using TextRows = std::initializer_list<std::pair<QString, QString>>;
-
-void ExpectRows(TextRows rows) {
+// Computed values next to the expected ones; the row number names a failing row.
+template <typename T>
+void ExpectRows(std::initializer_list<std::pair<T, T>> rows) {
   int row = 0;
   for (const auto& [got, expected] : rows) EXPECT_EQ(got, expected) << "row " << row++;
 }
 
-TEST(StringsTest, InStrIsOneBasedFromAStartAndIgnoresCase) {
+TEST(StringsTest, InStrIsOneBasedFromAStartAndIgnoresCaseAndSoDoCountsOfFields) {
   // Start 1 is also checked through the two-argument form; a start before 1 counts as 1.
   const struct { int start; QString text, find; int expected; } rows[] = {
       {1, "abc", "a", 1}, {1, "abc", "c", 3}, {1, "abc", "d", 0}, {1, "abc", {}, 0}, {1, {}, "a", 0},
@@ -33,60 +34,44 @@ TEST(StringsTest, InStrIsOneBasedFromAStartAndIgnoresCase) {
       EXPECT_EQ(InStr(r.text, r.find), r.expected) << trace;
     }
   }
+  ExpectRows<int>({{Len("hello"), 5}, {Len(QString()), 0}, {CountFields("drwxr-xr-x  2 ftp ftp", " "), 5},
+                   {CountFields("a,,b", ","), 3}, {CountFields("abc", ","), 1}, {CountFields(QString(), ","), 1},
+                   {CountFields("abc", QString()), 3}, {Same("RETR", "retr"), true}, {Same("RETR", "RET"), false}});
 }
 
-TEST(StringsTest, LeftRightMidClamp) {
-  const QString t = QStringLiteral("hello");
-  ExpectRows({{Left(t, 2), "he"}, {Left(t, 0), ""}, {Left(t, -1), ""}, {Left(t, 99), t},
-              {Right(t, 2), "lo"}, {Right(t, 0), ""}, {Right(t, 99), t},
-              {Mid(t, 1), t}, {Mid(t, 2), "ello"}, {Mid(t, 5), "o"}, {Mid(t, 6), ""}, {Mid(t, 0), t},
-              {Mid(t, -3), t}, {Mid(t, 2, 3), "ell"}, {Mid(t, 4, 99), "lo"}, {Mid(t, 2, 0), ""},
-              {Mid(t, 2, -1), "ello"}, {Mid(t, 0, 2), "he"}, {Mid(t, 9, 2), ""}});
-  EXPECT_EQ(Len(t), 5);
-  EXPECT_EQ(Len(QString()), 0);
+TEST(StringsTest, TextFunctionsClampTheirArgumentsAndStrWritesNumbers) {
+  const QString t = QStringLiteral("hello"), line = QStringLiteral("drwxr-xr-x  2 ftp ftp");
+  ExpectRows<QString>({
+      {Left(t, 2), "he"}, {Left(t, 0), ""}, {Left(t, -1), ""}, {Left(t, 99), t}, {Right(t, 2), "lo"}, {Right(t, 0), ""},
+      {Right(t, 99), t}, {Mid(t, 1), t}, {Mid(t, 2), "ello"}, {Mid(t, 5), "o"}, {Mid(t, 6), ""}, {Mid(t, 0), t},
+      {Mid(t, -3), t}, {Mid(t, 2, 3), "ell"}, {Mid(t, 4, 99), "lo"}, {Mid(t, 2, 0), ""}, {Mid(t, 2, -1), "ello"},
+      {Mid(t, 0, 2), "he"}, {Mid(t, 9, 2), ""},
+      {NthField(line, " ", 1), "drwxr-xr-x"}, {NthField(line, " ", 2), ""},  // between the blanks
+      {NthField(line, " ", 3), "2"}, {NthField(line, " ", 5), "ftp"}, {NthField(line, " ", 6), ""},
+      {NthField(line, " ", 0), ""}, {NthField(line, " ", -1), ""}, {NthField("331-x", "-", 1), "331"},
+      {NthField("AxBXC", "x", 3), "C"},
+      {Replace("a/B/b", "b", "x"), "a/x/b"}, {ReplaceAll("a/B/b", "b", "x"), "a/x/x"},
+      {Replace("abc", "z", "x"), "abc"}, {Replace("abc", {}, "x"), "abc"}, {ReplaceAll("abc", {}, "x"), "abc"},
+      // The replacement is not searched again.
+      {ReplaceAll("aa", "a", "aa"), "aaaa"}, {ReplaceAll("//x//", "//", "/"), "/x/"},
+      {ReplaceLineEndings("a\r\nb\rc\nd", "\n"), "a\nb\nc\nd"}, {ReplaceLineEndings("a\nb\n", "\r\n"), "a\r\nb\r\n"},
+      {ReplaceLineEndings("\n\r", "|"), "||"}, {ReplaceLineEndings("\r\n\r\n", "|"), "||"},
+      {Lowercase("AbC"), "abc"}, {LTrim(" \t\r\n x y "), "x y "}, {LTrim("   "), ""}, {LTrim("x"), "x"},
+      // Str: whole numbers in full, others with seven significant digits.
+      {Str(331), "331"}, {Str(-1), "-1"}, {Str(0), "0"}, {Str(-0.0), "0"}, {Str(4294967296.0), "4294967296"},
+      {Str(123456789012.0), "123456789012"}, {Str(1.5), "1.5"}, {Str(-2.25), "-2.25"}, {Str(0.1), "0.1"},
+      {Str(1.0 / 3.0), "0.3333333"}, {Str(2.0 / 3.0), "0.6666667"}, {Str(1234.56789), "1234.568"},
+      {Str(0.000123456789), "0.0001234568"}, {Str(9.99999999), "10"}, {Str(NAN), "NAN"}, {Str(-INFINITY), "-INF"},
+      {Format(INFINITY, "0.0"), "INF"}});
 }
 
 TEST(StringsTest, SplitKeepsEmptyPiecesAndMatchesDelimiterIgnoringCase) {
   const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");  // outside the BMP: one piece
-  const std::pair<QStringList, QStringList> rows[] = {
-      {Split("a,,b", ","), {"a", "", "b"}},
-      {Split(QString(), ","), {""}},
-      {Split(",a,", ","), {"", "a", ""}},
-      {Split("1x2X3", "x"), {"1", "2", "3"}},
-      {Split("a\r\nb", "\r\n"), {"a", "b"}},
-      // An empty delimiter gives the characters.
-      {Split("abc", QString()), {"a", "b", "c"}},
-      {Split("a" + clef, QString()), {"a", clef}},
-      {Split(QString(), QString()), {""}},
-  };
-  for (const auto& [got, expected] : rows) EXPECT_EQ(got, expected) << expected.join('|').toStdString();
-}
-
-TEST(StringsTest, NthFieldAndCountFields) {
-  const QString line = QStringLiteral("drwxr-xr-x  2 ftp ftp");
-  ExpectRows({{NthField(line, " ", 1), "drwxr-xr-x"}, {NthField(line, " ", 2), ""},  // between the blanks
-              {NthField(line, " ", 3), "2"}, {NthField(line, " ", 5), "ftp"}, {NthField(line, " ", 6), ""},
-              {NthField(line, " ", 0), ""}, {NthField(line, " ", -1), ""}, {NthField("331-x", "-", 1), "331"},
-              {NthField("AxBXC", "x", 3), "C"}});
-  EXPECT_EQ(CountFields(line, " "), 5);
-  EXPECT_EQ(CountFields("a,,b", ","), 3);
-  EXPECT_EQ(CountFields("abc", ","), 1);
-  EXPECT_EQ(CountFields(QString(), ","), 1);
-  EXPECT_EQ(CountFields("abc", QString()), 3);
-}
-
-TEST(StringsTest, ReplacingAndSmallConversions) {
-  ExpectRows({{Replace("a/B/b", "b", "x"), "a/x/b"}, {ReplaceAll("a/B/b", "b", "x"), "a/x/x"},
-              {Replace("abc", "z", "x"), "abc"}, {Replace("abc", {}, "x"), "abc"},
-              {ReplaceAll("abc", {}, "x"), "abc"},
-              // The replacement is not searched again.
-              {ReplaceAll("aa", "a", "aa"), "aaaa"}, {ReplaceAll("//x//", "//", "/"), "/x/"},
-              {ReplaceLineEndings("a\r\nb\rc\nd", "\n"), "a\nb\nc\nd"},
-              {ReplaceLineEndings("a\nb\n", "\r\n"), "a\r\nb\r\n"},
-              {ReplaceLineEndings("\n\r", "|"), "||"}, {ReplaceLineEndings("\r\n\r\n", "|"), "||"},
-              {Lowercase("AbC"), "abc"}, {LTrim(" \t\r\n x y "), "x y "}, {LTrim("   "), ""}, {LTrim("x"), "x"}});
-  EXPECT_TRUE(Same("RETR", "retr"));
-  EXPECT_FALSE(Same("RETR", "RET"));
+  // An empty delimiter gives the characters.
+  ExpectRows<QStringList>({{Split("a,,b", ","), {"a", "", "b"}}, {Split(QString(), ","), {""}},
+                           {Split(",a,", ","), {"", "a", ""}}, {Split("1x2X3", "x"), {"1", "2", "3"}},
+                           {Split("a\r\nb", "\r\n"), {"a", "b"}}, {Split("abc", QString()), {"a", "b", "c"}},
+                           {Split("a" + clef, QString()), {"a", clef}}, {Split(QString(), QString()), {""}}});
 }
 
 TEST(StringsTest, ValParsesTheLeadingNumber) {
@@ -98,13 +83,6 @@ TEST(StringsTest, ValParsesTheLeadingNumber) {
       {"1e999", std::numeric_limits<double>::infinity()},
   };
   for (const auto& [text, expected] : rows) EXPECT_EQ(Val(text), expected) << "'" << text.toStdString() << "'";
-}
-
-TEST(StringsTest, StrWritesWholeNumbersInFullAndOthersWithSevenSignificantDigits) {
-  ExpectRows({{Str(331), "331"}, {Str(-1), "-1"}, {Str(0), "0"}, {Str(-0.0), "0"},
-              {Str(4294967296.0), "4294967296"}, {Str(123456789012.0), "123456789012"}, {Str(1.5), "1.5"},
-              {Str(-2.25), "-2.25"}, {Str(0.1), "0.1"}, {Str(1.0 / 3.0), "0.3333333"}, {Str(2.0 / 3.0), "0.6666667"},
-              {Str(1234.56789), "1234.568"}, {Str(0.000123456789), "0.0001234568"}, {Str(9.99999999), "10"}});
 }
 
 TEST(StringsTest, FormatPatternsRoundingAndSigns) {
@@ -132,6 +110,33 @@ TEST(StringsTest, FormatPatternsRoundingAndSigns) {
   };
   for (const auto& r : rows)
     EXPECT_EQ(Format(r.value, r.pattern), QString::fromUtf8(r.expected)) << r.value << " '" << r.pattern << "'";
+}
+
+TEST(TextEncodingTest, NamesDecodingAndADecoderThatJoinsACharacterSplitAcrossPieces) {
+  // Names ignore case; the default is Latin 1.
+  const auto utf8 = TextEncoding::UTF8(), latin1 = TextEncoding::ISOLatin1();
+  ExpectRows<std::optional<TextEncoding>>(
+      {{TextEncoding(), latin1}, {TextEncoding::FromName("utf-8"), utf8}, {TextEncoding::FromName("UTF8"), utf8},
+       {TextEncoding::FromName("iso-8859-1"), latin1}, {TextEncoding::FromName("Latin1"), latin1},
+       {TextEncoding::FromName("EBCDIC"), std::nullopt}, {TextEncoding::FromName(QString()), std::nullopt}});
+  // Decoding; UTF-8 bytes labelled as Latin 1 become one character per byte; a lone Latin 1 byte is no UTF-8.
+  const QString umlauts = QString::fromUtf8("Gr\xC3\xBC\xC3\x9F" "e");  // "Grüße"
+  ExpectRows<QString>({{TextEncoding().Name(), "ISO-8859-1"}, {utf8.Name(), "UTF-8"},
+                       {utf8.Decode("Gr\xC3\xBC\xC3\x9F" "e"), umlauts}, {latin1.Decode("Gr\xFC\xDF" "e"), umlauts},
+                       {latin1.Decode("\xC3\xBC"), QString::fromUtf8("\xC3\x83\xC2\xBC")},
+                       {utf8.Decode("\xFC"), QString(QChar(0xFFFD))}});
+  // "ü" (C3 BC) split after C3, then a four-byte character fed one byte at a time.
+  TextDecoder decoder(utf8);
+  EXPECT_EQ(decoder.Decode(QByteArray("Gr\xC3")), QStringLiteral("Gr"));
+  EXPECT_EQ(decoder.Decode(QByteArray("\xBC" "n")), QString::fromUtf8("\xC3\xBC" "n"));
+  const QByteArray clef("\xF0\x9D\x84\x9E");
+  QString all;
+  for (char byte : clef) all += decoder.Decode(QByteArray(1, byte));
+  EXPECT_EQ(all, QString::fromUtf8(clef));
+  // Latin 1 holds nothing back: every byte is a character.
+  TextDecoder bytewise(latin1);
+  EXPECT_EQ(bytewise.Decode(QByteArray("a\xC3")), QString::fromUtf8("a\xC3\x83"));
+  EXPECT_EQ(bytewise.Decode(QByteArray("\xBC")), QString::fromUtf8("\xC2\xBC"));
 }
 
 }  // namespace

@@ -12,127 +12,102 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <functional>
-#include <memory>
-
 namespace velmar::test {
 namespace {
 
-quint16 PassivePort(const QByteArray& reply) {
-  static const QRegularExpression pattern(
-      QStringLiteral(R"(227 Entering Passive Mode \(127,0,0,1,(\d+),(\d+)\)\.\r\n)"));
-  const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(reply));
-  if (!match.hasMatch()) return 0;
-  return static_cast<quint16>(match.captured(1).toInt() * 256 + match.captured(2).toInt());
-}
-
-// A blocking-free POSIX client socket: it tells a reset (ECONNRESET) from an orderly close (EOF),
-// which Qt reports alike. Used for control and data connections.
-class RawSocket {
-public:
+// A POSIX client socket, read without blocking: it tells a reset (ECONNRESET) from an orderly
+// close (EOF), which Qt reports alike. Used for control and data connections.
+struct RawSocket {
   enum class State { Open, Eof, Reset, OtherError };
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  bool connected = false;
+  State state = State::Open;
+  QByteArray received;
 
   explicit RawSocket(quint16 port) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     // On loopback the kernel completes the handshake against the listen backlog, so a blocking
     // connect returns at once even though the server accepts later, on the event loop.
-    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
-  ~RawSocket() { ::close(fd_); }
+  ~RawSocket() { ::close(fd); }
+  void Send(const QByteArray& bytes) { (void)::send(fd, bytes.constData(), bytes.size(), MSG_NOSIGNAL); }
 
-  bool Connected() const { return connected_; }
-  void Send(const QByteArray& bytes) { (void)::send(fd_, bytes.constData(), bytes.size(), MSG_NOSIGNAL); }
-
-  // Reads what is there without waiting; returns the state of the connection after it.
+  // Reads what is there without waiting; the state of the connection stays once it has ended.
   State Poll() {
     char buffer[4096];
-    for (int i = 0; i < 1000; ++i) {
-      const ssize_t n = ::recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
-      if (n > 0) {
-        received_.append(buffer, n);
-        continue;
-      }
-      if (n == 0) return State::Eof;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return State::Open;
-      if (errno == EINTR) continue;
-      return errno == ECONNRESET ? State::Reset : State::OtherError;
+    for (int i = 0; i < 1000 && state == State::Open; ++i) {
+      const ssize_t n = ::recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
+      if (n > 0) received.append(buffer, n);
+      else if (n == 0) state = State::Eof;
+      else if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+      else if (errno != EINTR) state = errno == ECONNRESET ? State::Reset : State::OtherError;
     }
-    return State::Open;
+    return state;
   }
-  const QByteArray& Received() const { return received_; }
   // Waits until the bytes received contain text, the connection still open; false after 5 s.
   bool WaitFor(const QByteArray& text) {
-    return RunUntil([&] { return Poll() == State::Open && received_.contains(text); }, 5000);
+    return RunUntil([&] { return Poll() == State::Open && received.contains(text); }, 5000);
   }
   // How the connection ends (Open if it does not within 5 s).
   State WaitClosed() {
-    State state = State::Open;
-    RunUntil([&] { return (state = Poll()) != State::Open; }, 5000);
+    RunUntil([&] { return Poll() != State::Open; }, 5000);
     return state;
   }
-
-private:
-  int fd_ = -1;
-  bool connected_ = false;
-  QByteArray received_;
 };
 
-// ---- control connection
+using State = RawSocket::State;
 
-TEST(ScriptedFtpServer, CommandsKeepEveryByteAsLatin1) {
-  ScriptedFtpServer server;
-  server.Expect(QString::fromLatin1("CWD Gr\xfc\xdf" "e"), {Line(QString::fromLatin1("250 Gr\xfc\xdf" "e"))});
-  RawSocket client(server.Port());
-  client.Send("CWD Gr\xfc\xdf" "e\r\n");
-  ASSERT_TRUE(client.WaitFor("\r\n"));
-  EXPECT_EQ(client.Received(), QByteArray("250 Gr\xfc\xdf" "e\r\n"));
-  EXPECT_TRUE(server.Mismatches().isEmpty());
+// Sends PASV and returns the port of the 227 reply (0 without one within 5 s).
+quint16 Pasv(RawSocket& control) {
+  static const QRegularExpression pattern(R"(227 Entering Passive Mode \(127,0,0,1,(\d+),(\d+)\)\.\r\n)");
+  control.Send("PASV\r\n");
+  QRegularExpressionMatch match;
+  const auto found = [&] { return (match = pattern.match(QString::fromLatin1(control.received))).hasMatch(); };
+  RunUntil([&] { return control.Poll() == State::Open && found(); }, 5000);
+  return match.hasMatch() ? static_cast<quint16>(match.captured(1).toInt() * 256 + match.captured(2).toInt()) : 0;
 }
 
-TEST(ScriptedFtpServer, MismatchesAreRecordedAndTheConnectionStays) {
-  const struct {
-    std::function<void(ScriptedFtpServer&)> script;
-    QByteArray sent;
-    QString mismatch;
-    QByteArray replies;
-    bool scriptDone;
-  } rows[] = {
+TEST(ScriptedFtpServer, RepliesByteForByteAndAMismatchStopsTheScriptButNotTheConnection) {
+  using Script = std::function<void(ScriptedFtpServer&)>;
+  const struct { Script script; QByteArray sent; QString error; QByteArray replies; bool done; State end; } rows[] = {
+      // Commands and replies keep every byte as Latin 1.
+      {[](auto& s) { s.Expect(QString::fromLatin1("CWD Gr\xfc\xdf" "e"), {Line(QString::fromLatin1("250 \xfc"))}); },
+       "CWD Gr\xfc\xdf" "e\r\n", {}, "250 \xfc\r\n", true, State::Open},
       // A mismatch stops the script: no reply to what follows.
-      {[](ScriptedFtpServer& s) {
-         s.OnConnect({Line("220 ready")}).Expect("USER anna", {Line("331 ok")}).Expect("PASS x", {Line("230 in")});
-       },
-       "USER bob\r\nPASS x\r\n", "expected USER anna, got USER bob", "220 ready\r\n", false},
-      {[](ScriptedFtpServer& s) { s.ExpectPrefix("PASS ", {Line("230 logged in")}); }, "PASV\r\n",
-       "expected PASS ..., got PASV", "", false},
+      {[](auto& s) { s.OnConnect({Line("220 ready")}).Expect("USER anna", {}).Expect("PASS x", {Line("230 in")}); },
+       "USER bob\r\nPASS x\r\n", "expected USER anna, got USER bob", "220 ready\r\n", false, State::Open},
+      {[](auto& s) { s.ExpectPrefix("PASS ", {Line("230 logged in")}); }, "PASV\r\n", "expected PASS ..., got PASV",
+       "", false, State::Open},
       // A command after the script is a mismatch, but the script itself is done.
-      {[](ScriptedFtpServer& s) { s.OnConnect({Line("220 ready")}).Expect("NOOP", {Line("200 ok")}); },
-       "NOOP\r\nQUIT\r\n", "expected end of script, got QUIT", "220 ready\r\n200 ok\r\n", true},
-      {[](ScriptedFtpServer& s) { s.Expect("RETR f", {ConnectActive(), Line("150 never sent")}); }, "RETR f\r\n",
-       "ConnectActive: no PORT command received", "", false},
+      {[](auto& s) { s.OnConnect({Line("220 ready")}).Expect("NOOP", {Line("200 ok")}); }, "NOOP\r\nQUIT\r\n",
+       "expected end of script, got QUIT", "220 ready\r\n200 ok\r\n", true, State::Open},
+      {[](auto& s) { s.Expect("RETR f", {ConnectActive(), Line("150 never sent")}); }, "RETR f\r\n",
+       "ConnectActive: no PORT command received", "", false, State::Open},
+      // ResetControl aborts the connection with a TCP reset.
+      {[](auto& s) { s.OnConnect({Line("220 ready")}).Expect("NOOP", {ResetControl()}); }, "NOOP\r\n", {},
+       "220 ready\r\n", true, State::Reset},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.sent.toStdString());
     ScriptedFtpServer server;
     row.script(server);
     RawSocket client(server.Port());
+    ASSERT_TRUE(client.connected);
     client.Send(row.sent);
     ASSERT_TRUE(RunUntil([&] {
-      return server.Commands().size() == row.sent.count('\n') && !server.Mismatches().isEmpty();
+      return server.Commands().size() == row.sent.count('\n') && (server.ScriptDone() || server.Mismatches().size());
     }, 5000));
     RunFor(100);
-    EXPECT_EQ(server.Mismatches(), QStringList{row.mismatch});
-    EXPECT_EQ(client.Poll(), RawSocket::State::Open);
-    EXPECT_EQ(client.Received(), row.replies);
-    EXPECT_EQ(server.ScriptDone(), row.scriptDone);
-    EXPECT_TRUE(server.ClientConnected());
+    EXPECT_EQ(server.Mismatches().join('|'), row.error);
+    EXPECT_EQ(client.Poll(), row.end);
+    EXPECT_EQ(client.received, row.replies);
+    EXPECT_EQ(server.ScriptDone(), row.done);
+    EXPECT_EQ(server.ClientConnected(), row.end == State::Open);
   }
 }
 
-TEST(ScriptedFtpServer, CloseControlEndsTheConnectionAndANewOneContinuesTheScript) {
+TEST(ScriptedFtpServer, CloseControlEndsInOrderAndANewConnectionTakesOverTheScript) {
   ScriptedFtpServer server;
   server.OnConnect({Line("220 first")})
       .Expect("QUIT", {Line("221 bye"), CloseControl()})
@@ -141,94 +116,46 @@ TEST(ScriptedFtpServer, CloseControlEndsTheConnectionAndANewOneContinuesTheScrip
   RawSocket first(server.Port());
   ASSERT_TRUE(first.WaitFor("220 first\r\n"));
   first.Send("QUIT\r\n");
-  EXPECT_EQ(first.WaitClosed(), RawSocket::State::Eof);
-  EXPECT_EQ(first.Received(), "220 first\r\n221 bye\r\n");
+  EXPECT_EQ(first.WaitClosed(), State::Eof);
+  EXPECT_EQ(first.received, "220 first\r\n221 bye\r\n");
   ASSERT_TRUE(RunUntil([&] { return !server.ClientConnected(); }, 5000));
-
+  // The OnConnect step waits for a reconnect; a later connection replaces the earlier one,
+  // which is closed in order, and the script goes on without a second greeting.
   RawSocket second(server.Port());
   ASSERT_TRUE(second.WaitFor("220 second\r\n"));
-  second.Send("USER anna\r\n");
-  ASSERT_TRUE(second.WaitFor("331 password please\r\n"));
-  EXPECT_EQ(server.ConnectionCount(), 2);
+  RawSocket third(server.Port());
+  ASSERT_TRUE(RunUntil([&] { return server.ConnectionCount() == 3; }, 5000));
+  EXPECT_EQ(second.WaitClosed(), State::Eof);
+  third.Send("USER anna\r\n");
+  ASSERT_TRUE(third.WaitFor("331 password please\r\n"));
+  EXPECT_EQ(third.received, "331 password please\r\n");
   EXPECT_TRUE(server.ScriptDone());
   EXPECT_TRUE(server.Mismatches().isEmpty());
 }
 
-TEST(ScriptedFtpServer, ALaterConnectionReplacesTheEarlierOne) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")}).Expect("USER anna", {Line("331 password please")});
-  RawSocket first(server.Port());
-  ASSERT_TRUE(first.WaitFor("220 ready\r\n"));
-  RawSocket second(server.Port());
-  ASSERT_TRUE(RunUntil([&] { return server.ConnectionCount() == 2; }, 5000));
-  second.Send("USER anna\r\n");
-  ASSERT_TRUE(second.WaitFor("331 password please\r\n"));
-  EXPECT_EQ(second.Received(), "331 password please\r\n");  // the greeting step ran once, for the first
-  EXPECT_TRUE(server.ScriptDone());
-}
-
-TEST(ScriptedFtpServer, ResetControlSendsATcpReset) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")}).Expect("NOOP", {ResetControl()});
-  RawSocket raw(server.Port());
-  ASSERT_TRUE(raw.Connected());
-  raw.Send("NOOP\r\n");
-  EXPECT_EQ(raw.WaitClosed(), RawSocket::State::Reset);
-  EXPECT_EQ(raw.Received(), "220 ready\r\n");
-}
-
-// ---- data connections
-
-TEST(ScriptedFtpServer, PassiveListenerTakesOneConnectionOnly) {
-  ScriptedFtpServer server;
-  server.Expect("PASV", {OpenPassive()}).Expect("NLST", {WaitDataConnected(), Line("150 ok")});
-  RawSocket client(server.Port());
-  client.Send("PASV\r\n");
-  ASSERT_TRUE(client.WaitFor("\r\n"));
-  const quint16 port = PassivePort(client.Received());
-  RawSocket data(port);
-  ASSERT_TRUE(data.Connected());
-  client.Send("NLST\r\n");
-  ASSERT_TRUE(client.WaitFor("150 ok\r\n"));
-  EXPECT_FALSE(RawSocket(port).Connected());  // refused
-  EXPECT_EQ(data.Poll(), RawSocket::State::Open);
-}
-
-TEST(ScriptedFtpServer, DataResetIsATcpResetAndDataCloseIsNot) {
-  for (const bool reset : {true, false}) {
-    SCOPED_TRACE(reset ? "DataReset" : "DataClose");
-    ScriptedFtpServer server;
-    server.Expect("PASV", {OpenPassive()})
-        .Expect("RETR f", {Line("150 opening"), WaitDataConnected(), reset ? DataReset() : DataClose()});
-    RawSocket client(server.Port());
-    client.Send("PASV\r\n");
-    ASSERT_TRUE(client.WaitFor("\r\n"));
-    RawSocket data(PassivePort(client.Received()));
-    ASSERT_TRUE(data.Connected());
-    client.Send("RETR f\r\n");
-    EXPECT_EQ(data.WaitClosed(), reset ? RawSocket::State::Reset : RawSocket::State::Eof);
+TEST(ScriptedFtpServer, APassiveListenerTakesOneConnectionAndTheDestructorClosesAllInOrder) {
+  // The data connection ends as the script says; the destructor closes what is still open, in
+  // order, even with a Delay pending.
+  const struct { QList<ScriptAction> end; State state; QByteArray bytes; } rows[] = {
+      {{}, State::Open, ""}, {{DataReset()}, State::Reset, ""}, {{DataClose()}, State::Eof, ""},
+      {{DataSend("x"), Delay(60000), Line("226 never sent")}, State::Open, "x"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(int(&row - rows));
+    auto server = std::make_unique<ScriptedFtpServer>();
+    server->Expect("PASV", {OpenPassive()}).Expect("RETR f", QList{WaitDataConnected(), Line("150 ok")} + row.end);
+    RawSocket control(server->Port());
+    const quint16 port = Pasv(control);
+    RawSocket data(port);
+    ASSERT_TRUE(data.connected);
+    control.Send("RETR f\r\n");
+    ASSERT_TRUE(control.WaitFor("150 ok\r\n"));
+    EXPECT_FALSE(RawSocket(port).connected);  // refused
+    EXPECT_TRUE(RunUntil([&] { return data.Poll() == row.state && data.received == row.bytes; }, 5000));
+    server.reset();
+    EXPECT_EQ(control.WaitClosed(), State::Eof);
+    EXPECT_EQ(data.WaitClosed(), row.state == State::Open ? State::Eof : row.state);
+    EXPECT_FALSE(control.received.contains("226"));
   }
-}
-
-TEST(ScriptedFtpServer, DestructorClosesEveryConnectionInOrderMidScript) {
-  auto server = std::make_unique<ScriptedFtpServer>();
-  server->OnConnect({Line("220 ready")})
-      .Expect("PASV", {OpenPassive()})
-      .Expect("RETR f", {WaitDataConnected(), DataSend("x"), Delay(60000), Line("226 never sent")});
-  RawSocket control(server->Port());
-  ASSERT_TRUE(control.Connected());
-  control.Send("PASV\r\n");
-  ASSERT_TRUE(control.WaitFor("227"));
-  RawSocket data(PassivePort(control.Received().mid(control.Received().indexOf("227"))));
-  ASSERT_TRUE(data.Connected());
-  control.Send("RETR f\r\n");
-  ASSERT_TRUE(data.WaitFor("x"));
-
-  server.reset();  // a Delay is pending and both connections are open
-  EXPECT_EQ(control.WaitClosed(), RawSocket::State::Eof);
-  EXPECT_EQ(data.WaitClosed(), RawSocket::State::Eof);
-  EXPECT_EQ(data.Received(), "x");
-  EXPECT_FALSE(control.Received().contains("226"));
 }
 
 }  // namespace
