@@ -1,12 +1,16 @@
 // The program's arguments: modes, options of the headless drop, and the clear refusals of
-// wrong ones.
+// wrong ones; and the open-file limit, which a drop of hundreds of items needs raised (two
+// descriptors per item).
 #include "app/CommandLine.h"
+#include "app/OpenFileLimit.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
 
 namespace velmar::test {
 namespace {
@@ -22,15 +26,12 @@ struct CommandLineTest : ::testing::Test {
   CommandLine Parse(const QStringList& arguments) { return CommandLine::Parse(arguments, dir.path()); }
 };
 
-TEST_F(CommandLineTest, NoArgumentsOpenTheWindowsAndHelpOrVersionWin) {
+TEST_F(CommandLineTest, ModesAndTheDropsPathsRelativeAndAbsoluteInOrder) {
   EXPECT_EQ(Parse({}).mode, CommandLine::Mode::Window);
   EXPECT_TRUE(Parse({}).Error.isEmpty());
   EXPECT_EQ(Parse({"--drop", "a file", "--help"}).mode, CommandLine::Mode::Help);
   EXPECT_EQ(Parse({"--version"}).mode, CommandLine::Mode::Version);
   EXPECT_TRUE(CommandLine::Usage().contains("--drop"));
-}
-
-TEST_F(CommandLineTest, DropTakesRelativeAndAbsolutePathsInOrder) {
   const CommandLine line = Parse({"--drop", "a file", dir.filePath("folder") + "/", "./folder/../a file"});
   ASSERT_TRUE(line.Error.isEmpty()) << line.Error.toStdString();
   EXPECT_EQ(line.mode, CommandLine::Mode::Drop);
@@ -79,6 +80,28 @@ TEST_F(CommandLineTest, EarlyScanStopsAtTheEndOfOptions) {
   EXPECT_TRUE(CommandLine::ChoosesPlatform({"-platform", "xcb"}));
   EXPECT_TRUE(CommandLine::ChoosesPlatform({"--platform=offscreen"}));
   EXPECT_FALSE(CommandLine::ChoosesPlatform({"--drop", "x"}));
+}
+
+TEST(OpenFileLimitTest, RaisesTheSoftLimitToTheHardLimit) {
+  rlimit original{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &original), 0);
+  if (original.rlim_max != RLIM_INFINITY && original.rlim_max <= 256) GTEST_SKIP() << "hard limit too low to lower";
+  rlimit lowered = original;
+  lowered.rlim_cur = 256;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  ASSERT_EQ(OpenFileLimit::Current(), 256);
+
+  const qint64 raised = OpenFileLimit::Raise();
+  rlimit now{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &now), 0);
+  if (original.rlim_max != RLIM_INFINITY) {
+    EXPECT_EQ(now.rlim_cur, original.rlim_max);
+  }
+  EXPECT_GT(now.rlim_cur, rlim_t{256});
+  EXPECT_EQ(raised, static_cast<qint64>(now.rlim_cur));
+  // Raising again changes nothing.
+  EXPECT_EQ(OpenFileLimit::Raise(), raised);
+  ::setrlimit(RLIMIT_NOFILE, &original);
 }
 
 }  // namespace

@@ -22,28 +22,37 @@ namespace {
 
 class PreferencesTest : public AppFixture {
 protected:
-  void WritePreferences(const QByteArray& bytes) { WriteFile(PreferencesPath(), bytes); }
+  void WritePreferences(const std::optional<QByteArray>& bytes) {
+    QFile::remove(PreferencesPath());
+    if (bytes) WriteFile(PreferencesPath(), *bytes);
+  }
   QByteArray ReadPreferences() { return ReadFile(PreferencesPath()); }
   int PreferencesMode() {
     struct stat info {};
     if (::stat(QFile::encodeName(PreferencesPath()).constData(), &info) != 0) return -1;
     return static_cast<int>(info.st_mode & 07777);
   }
-  void SetAll(const QString& server, const QString& path, const QString& login, const QString& password) {
-    Globals::Server = server;
-    Globals::ServerPath = path;
-    Globals::LoginID = login;
-    Globals::Password = password;
+  // The four settings, and the window's four fields, in the order of the file's lines.
+  static QList<QString*> Settings() { return {&Globals::Server, &Globals::ServerPath, &Globals::LoginID, &Globals::Password}; }
+  void SetAll(const QStringList& values) {
+    for (int i = 0; i < 4; ++i) *Settings()[i] = values[i];
   }
-  QStringList All() { return {Globals::Server, Globals::ServerPath, Globals::LoginID, Globals::Password}; }
-  // The window's four fields, in the order of the file's lines.
+  QStringList All() {
+    QStringList values;
+    for (const QString* setting : Settings()) values << *setting;
+    return values;
+  }
   static QList<QLineEdit*> Fields(PreferencesWindow& w) {
     return {w.ServerEditField, w.ServerPathEditField, w.LoginIDEditField, w.PasswordEditField};
   }
-  static QStringList Texts(PreferencesWindow& w) {
-    QStringList texts;
-    for (QLineEdit* field : Fields(w)) texts << field->text();
-    return texts;
+  // Opens the window, which must show `shown`, and types `typed` into it.
+  PreferencesWindow* OpenAndType(const QStringList& shown, const QStringList& typed) {
+    PreferencesWindow* window = PreferencesWindow::Instance();
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_EQ(Fields(*window)[i]->text(), shown[i]);
+      Fields(*window)[i]->setText(typed[i]);
+    }
+    return window;
   }
 };
 
@@ -59,9 +68,8 @@ TEST_F(PreferencesTest, LoadReadsFourLinesInOrder) {
   };
   for (const auto& [file, expected] : rows) {
     SCOPED_TRACE(file ? file->toStdString() : "no file");
-    QFile::remove(PreferencesPath());
-    if (file) WritePreferences(*file);
-    SetAll("a", "b", "c", "d");
+    WritePreferences(file);
+    SetAll({"a", "b", "c", "d"});
     Globals::LoadPreferences();
     EXPECT_EQ(All(), expected);
     EXPECT_EQ(QFile::exists(PreferencesPath()), file.has_value());
@@ -69,45 +77,34 @@ TEST_F(PreferencesTest, LoadReadsFourLinesInOrder) {
   EXPECT_TRUE(messages.isEmpty());
 }
 
-TEST_F(PreferencesTest, SaveWritesFourUtf8LinesOwnerOnlyAndReadsBack) {
-  SetAll("ftp.example.org", "/up/", QString::fromUtf8("jürgen"), "p\u00e4ss word");
+TEST_F(PreferencesTest, SaveWritesFourUtf8LinesOwnerOnlyReplacingAnOpenFileAndReadsBack) {
+  WritePreferences("old\nold\nold\nold\nold\n");
+  ASSERT_TRUE(QFile::setPermissions(PreferencesPath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                                           QFile::ReadOther));
+  const QStringList values{"ftp.example.org", "/up/", QString::fromUtf8("jürgen"), "p\u00e4ss word"};
+  SetAll(values);
   Globals::SavePreferences();
   EXPECT_TRUE(messages.isEmpty());
   EXPECT_EQ(ReadPreferences(), QString::fromUtf8("ftp.example.org\n/up/\njürgen\np\u00e4ss word\n").toUtf8());
   EXPECT_EQ(PreferencesMode(), 0600);
-
-  SetAll("", "", "", "");
+  SetAll({"", "", "", ""});
   Globals::LoadPreferences();
-  EXPECT_EQ(All(), (QStringList{"ftp.example.org", "/up/", QString::fromUtf8("jürgen"), "p\u00e4ss word"}));
-}
-
-TEST_F(PreferencesTest, SaveReplacesAnOpenFileAndTightensItsMode) {
-  WritePreferences("old\nold\nold\nold\nold\n");
-  ASSERT_TRUE(QFile::setPermissions(PreferencesPath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
-                                                           QFile::ReadOther));
-  SetAll("", "", "", "");
+  EXPECT_EQ(All(), values);
+  SetAll({"", "", "", ""});
   Globals::SavePreferences();
   EXPECT_EQ(ReadPreferences(), QByteArray("\n\n\n\n"));
-  EXPECT_EQ(PreferencesMode(), 0600);
 }
 
 TEST_F(PreferencesTest, TheWindowShowsTheSettingsCancelStoresNothingAndSaveStoresWhatWasTyped) {
   const QStringList old{"old.example", "/old", "olduser", "oldpw"};
   const QStringList typed{" new.example ", "", "new user", "new\tpw"};
-  SetAll(old[0], old[1], old[2], old[3]);
-  PreferencesWindow* window = PreferencesWindow::Instance();
-  EXPECT_EQ(Texts(*window), old);
-  for (int i = 0; i < 4; ++i) Fields(*window)[i]->setText(typed[i]);
-  window->CancelPushButton->click();
+  SetAll(old);
+  OpenAndType(old, typed)->CancelPushButton->click();
   EXPECT_EQ(All(), old);
   EXPECT_FALSE(QFile::exists(PreferencesPath()));
   EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
-
   // Opened again it shows the old values; Save stores as typed: blanks are kept, nothing is checked.
-  window = PreferencesWindow::Instance();
-  EXPECT_EQ(Texts(*window), old);
-  for (int i = 0; i < 4; ++i) Fields(*window)[i]->setText(typed[i]);
-  window->SavePushButton->click();
+  OpenAndType(old, typed)->SavePushButton->click();
   EXPECT_EQ(All(), typed);
   EXPECT_EQ(ReadPreferences(), QByteArray(" new.example \n\nnew user\nnew\tpw\n"));
   EXPECT_EQ(PreferencesMode(), 0600);
@@ -117,7 +114,7 @@ TEST_F(PreferencesTest, TheWindowShowsTheSettingsCancelStoresNothingAndSaveStore
 
 TEST_F(PreferencesTest, AFolderInPlaceOfTheFileFailsLoadWithItsPathAndSaveWithAMessage) {
   ASSERT_TRUE(QDir().mkpath(PreferencesPath()));
-  SetAll("h", "p", "u", "pw");
+  SetAll({"h", "p", "u", "pw"});
   try {
     Globals::LoadPreferences();
     FAIL() << "no exception";
@@ -126,58 +123,53 @@ TEST_F(PreferencesTest, AFolderInPlaceOfTheFileFailsLoadWithItsPathAndSaveWithAM
   }
   EXPECT_EQ(All(), (QStringList{"h", "p", "u", "pw"}));
   // Save from the window: the values stay as typed, and the window closes all the same.
-  PreferencesWindow* window = PreferencesWindow::Instance();
-  window->ServerEditField->setText("typed");
-  window->SavePushButton->click();
+  OpenAndType({"h", "p", "u", "pw"}, {"typed", "p", "u", "pw"})->SavePushButton->click();
   EXPECT_EQ(messages, QStringList{"Problems creating preferences file"});
   EXPECT_EQ(All(), (QStringList{"typed", "p", "u", "pw"}));
   EXPECT_EQ(PreferencesWindow::Existing(), nullptr);
 }
 
-TEST_F(PreferencesTest, StartWithAMissingSettingAsksForItThenShowsTheMainWindow) {
-  // Three lines: the password is missing.
-  WritePreferences("h\n/p\nu\n");
-  bool mainHiddenWhileAsking = false;
-  whileModal = [&](QDialog& dialog) {
-    auto* window = dynamic_cast<PreferencesWindow*>(&dialog);
-    ASSERT_NE(window, nullptr);
-    EXPECT_EQ(window->ServerEditField->text(), "h");
-    mainHiddenWhileAsking = !MainWindow::Existing() || !MainWindow::Existing()->isVisible();
-    window->PasswordEditField->setText("pw");
-    window->SavePushButton->click();
+TEST_F(PreferencesTest, StartAsksForMissingSettingsWithTheMainWindowHiddenThenShowsIt) {
+  // The file at the start; whether the window asks (then a password is typed and Save or
+  // Cancel pressed); the file after. The server path may be empty.
+  const struct {
+    std::optional<QByteArray> file;
+    bool asks, save;
+    std::optional<QByteArray> after;
+  } cases[] = {
+      {"h\n/p\nu\n", true, true, "h\n/p\nu\npw\n"},
+      {std::nullopt, true, false, std::nullopt},
+      {"h\n\nu\npw\n", false, false, "h\n\nu\npw\n"},
   };
-  App().Event_Open();
-  EXPECT_EQ(modals.size(), 1);
-  EXPECT_TRUE(mainHiddenWhileAsking);
-  ASSERT_NE(MainWindow::Existing(), nullptr);
-  EXPECT_TRUE(MainWindow::Existing()->isVisible());
-  EXPECT_EQ(ReadPreferences(), QByteArray("h\n/p\nu\npw\n"));
-}
-
-TEST_F(PreferencesTest, StartWithoutAFileAndCancelStillShowsTheMainWindow) {
-  whileModal = [](QDialog& dialog) { dynamic_cast<PreferencesWindow&>(dialog).CancelPushButton->click(); };
-  App().Event_Open();
-  EXPECT_EQ(modals.size(), 1);
-  ASSERT_NE(MainWindow::Existing(), nullptr);
-  EXPECT_TRUE(MainWindow::Existing()->isVisible());
-  EXPECT_TRUE(App::SettingsMissing());
-  EXPECT_FALSE(QFile::exists(PreferencesPath()));
-}
-
-TEST_F(PreferencesTest, StartWithEverySettingButTheServerPathDoesNotAsk) {
-  WritePreferences("h\n\nu\npw\n");
-  App().Event_Open();
-  EXPECT_TRUE(modals.isEmpty());
-  ASSERT_NE(MainWindow::Existing(), nullptr);
-  EXPECT_TRUE(MainWindow::Existing()->isVisible());
-  EXPECT_EQ(Globals::ServerPath, "");
-}
-
-TEST_F(PreferencesTest, EachEmptySettingButTheServerPathCountsAsMissing) {
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file ? c.file->toStdString() : "no file");
+    WritePreferences(c.file);
+    SetAll({"", "", "", ""});
+    modals.clear();
+    bool mainHiddenWhileAsking = false;
+    whileModal = [&](QDialog& dialog) {
+      auto* window = dynamic_cast<PreferencesWindow*>(&dialog);
+      ASSERT_NE(window, nullptr);
+      EXPECT_EQ(window->ServerEditField->text(), c.file ? "h" : "");
+      mainHiddenWhileAsking = !MainWindow::Existing() || !MainWindow::Existing()->isVisible();
+      window->PasswordEditField->setText("pw");
+      (c.save ? window->SavePushButton : window->CancelPushButton)->click();
+    };
+    App().Event_Open();
+    EXPECT_EQ(modals.size(), c.asks ? 1 : 0);
+    EXPECT_EQ(mainHiddenWhileAsking, c.asks);
+    ASSERT_NE(MainWindow::Existing(), nullptr);
+    EXPECT_TRUE(MainWindow::Existing()->isVisible());
+    EXPECT_EQ(App::SettingsMissing(), c.asks && !c.save);
+    EXPECT_EQ(QFile::exists(PreferencesPath()), c.after.has_value());
+    if (c.after) EXPECT_EQ(ReadPreferences(), *c.after);
+    delete MainWindow::Existing();
+  }
+  // Each empty setting but the server path counts as missing.
   for (int empty = 0; empty < 4; ++empty) {
     QStringList values{"h", "p", "u", "pw"};
     values[empty].clear();
-    SetAll(values[0], values[1], values[2], values[3]);
+    SetAll(values);
     EXPECT_EQ(App::SettingsMissing(), empty != 1) << empty;
   }
 }
@@ -188,7 +180,6 @@ TEST_F(PreferencesTest, ServerSetupHidesTheMainWindowWhileTheSettingsAreOpenAndF
   bool hiddenMeanwhile = false;
   whileModal = [&](QDialog& dialog) {
     hiddenMeanwhile = !window->isVisible();
-    ASSERT_NE(dynamic_cast<PreferencesWindow*>(&dialog), nullptr);
     dynamic_cast<PreferencesWindow&>(dialog).CancelPushButton->click();
   };
   window->ServerPushButton->click();
@@ -196,13 +187,12 @@ TEST_F(PreferencesTest, ServerSetupHidesTheMainWindowWhileTheSettingsAreOpenAndF
   EXPECT_TRUE(hiddenMeanwhile);
   EXPECT_TRUE(window->isVisible());
   EXPECT_TRUE(quits.isEmpty());
-
-  // Finish closes the window and quits at once.
+  // Finish closes the window and quits at once; a closed window is gone.
   window->CancelPushButton1->click();
   EXPECT_EQ(quits, QList<int>{0});
   EXPECT_FALSE(window->isVisible());
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(MainWindow::Existing(), nullptr);  // a closed window is gone
+  EXPECT_EQ(MainWindow::Existing(), nullptr);
 }
 
 TEST(FileTypesTest, AnyTakesEveryFileAndFolder) {
@@ -215,8 +205,7 @@ TEST(FileTypesTest, AnyTakesEveryFileAndFolder) {
   FileType text{"text", {"txt"}, "????", "????"};
   EXPECT_TRUE(text.Accepts(FolderItem("/x/readme.TXT")));
   EXPECT_FALSE(text.Accepts(FolderItem("/x/readme.md")));
-  FileType coded{"coded", {}, "TEXT", "????"};
-  EXPECT_FALSE(coded.Accepts(FolderItem("/etc/hostname")));
+  EXPECT_FALSE(FileType({"coded", {}, "TEXT", "????"}).Accepts(FolderItem("/etc/hostname")));
 }
 
 }  // namespace

@@ -11,7 +11,6 @@ add_executable(app_widgets_test
   app/PreferencesTest.cpp
   app/DropTest.cpp
   app/CommandLineTest.cpp
-  app/OpenFileLimitTest.cpp
 )
 target_compile_options(app_widgets_test PRIVATE -Wall -Wextra)
 target_include_directories(app_widgets_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/app)
@@ -24,7 +23,7 @@ gtest_discover_tests(app_widgets_test TEST_PREFIX "app_widgets_test." DISCOVERY_
 add_test(NAME app_e2e_drop
   COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/app/e2e_drop.sh $<TARGET_FILE:thornquill-upload>)
 add_test(NAME app_e2e_drop_500
-  COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/app/e2e_drop_500.sh $<TARGET_FILE:thornquill-upload>)
+  COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/app/e2e_drop.sh $<TARGET_FILE:thornquill-upload> 500)
 set_tests_properties(app_e2e_drop app_e2e_drop_500 PROPERTIES
   LABELS e2e SKIP_RETURN_CODE 77 TIMEOUT 300
   # Each creates a system user and runs a server: not side by side with each other.

@@ -1,20 +1,17 @@
 # shellcheck shell=bash
 # Helpers for scripts that run Thornquill Upload against a real FTP server on 127.0.0.1:21
 # inside a private network namespace, where port 21 is free and nothing leaks outside.
-# Sourced by the end-to-end tests and by scripts/demo.sh and scripts/screenshots.sh.
+# Sourced by the end-to-end test and by scripts/demo.sh and scripts/screenshots.sh.
 #
 #   tq_reexec_in_netns SCRIPT ARGS...  re-runs SCRIPT in a private network namespace (once);
 #                                      returns 1 when no namespace can be made here
-#   tq_start_server ROOT USER PASSWORD starts vsftpd (pyftpdlib when vsftpd cannot start)
-#                                      serving ROOT to USER on 127.0.0.1:21; sets TQ_SERVER
+#   tq_start_server ROOT USER PASSWORD starts vsftpd (pyftpdlib when vsftpd cannot start;
+#                                      TQ_FTP_SERVER=vsftpd or =pyftpdlib forces one), serving
+#                                      ROOT to USER on 127.0.0.1:21; sets TQ_SERVER
 #   tq_stop_server                     stops it and removes what it created (idempotent)
 #
-# TQ_FTP_SERVER=vsftpd or =pyftpdlib picks one server without the other as a fallback.
-#
 # Non-ASCII names: the app sends names in ISO Latin 1. vsftpd stores those bytes as they
-# are; pyftpdlib wants UTF-8 paths, so it reads commands as Latin 1 and stores the names in
-# UTF-8 (TQ_NAMES_AS_SENT=0 then, 1 with vsftpd).
-
+# are; pyftpdlib stores them in UTF-8 (TQ_NAMES_AS_SENT=0 then, 1 with vsftpd).
 TQ_SERVER=""
 TQ_NAMES_AS_SENT=1
 TQ_SERVER_PID=""
@@ -29,22 +26,16 @@ tq_reexec_in_netns() {
   shift
   if [[ -n ${TQ_IN_NETNS:-} ]]; then
     ip link set lo up || { tq_log "cannot bring up the loopback interface"; exit 1; }
-    # Hundreds of clients connect at once, and an FTP client waits for the server to speak
-    # first. With SYN cookies a connection that found the accept queue full is forgotten by
-    # the server while the client thinks it is open; without them the client just retries.
-    # This namespace's own setting: the machine's is not touched.
+    # Hundreds of clients connect at once and wait for the server to speak first: with SYN
+    # cookies a connection that found the accept queue full is forgotten by the server while
+    # the client thinks it open; without, the client retries. This namespace's setting only.
     sysctl -qw net.ipv4.tcp_syncookies=0 2>/dev/null || true
     return 0
   fi
   local unshare=(unshare -n)
-  if ! unshare -n true 2>/dev/null; then
-    # Without root, a user namespace may still give a private network namespace.
-    if unshare -rn true 2>/dev/null; then
-      unshare=(unshare -rn)
-    else
-      return 1
-    fi
-  fi
+  # Without root, a user namespace may still give a private network namespace.
+  unshare -n true 2>/dev/null || unshare=(unshare -rn)
+  "${unshare[@]}" true 2>/dev/null || return 1
   TQ_IN_NETNS=1 exec "${unshare[@]}" bash "$script" "$@"
 }
 
@@ -52,9 +43,7 @@ tq_reexec_in_netns() {
 tq_wait_for_greeting() {
   local attempt line
   for ((attempt = 0; attempt < 100; attempt++)); do
-    if [[ -n $TQ_SERVER_PID ]] && ! kill -0 "$TQ_SERVER_PID" 2>/dev/null; then
-      return 1
-    fi
+    [[ -n $TQ_SERVER_PID ]] && ! kill -0 "$TQ_SERVER_PID" 2>/dev/null && return 1
     if { exec 7<>/dev/tcp/127.0.0.1/21; } 2>/dev/null; then
       line=""
       read -r -t 2 line <&7 || true
@@ -77,43 +66,17 @@ tq_start_vsftpd() {
   printf '%s:%s\n' "$user" "$password" | chpasswd -c SHA512 || return 1
   chown -R "$user:" "$root" || return 1
   local dir=$TQ_SERVER_DIR
-  mkdir -p "$dir/empty"
-  chmod 755 "$dir/empty"
-  cat >"$dir/vsftpd.conf" <<CONF
-listen=YES
-listen_ipv6=NO
-background=NO
-listen_address=127.0.0.1
-listen_port=21
-anonymous_enable=NO
-local_enable=YES
-write_enable=YES
-local_umask=022
-seccomp_sandbox=NO
-isolate_network=NO
-pam_service_name=vsftpd
-secure_chroot_dir=$dir/empty
-chroot_local_user=YES
-allow_writeable_chroot=YES
-pasv_enable=YES
-pasv_min_port=31000
-pasv_max_port=31999
-port_enable=YES
-connect_from_port_20=NO
-xferlog_enable=NO
-dirmessage_enable=NO
-use_localtime=NO
-delay_failed_login=0
-max_per_ip=0
-max_clients=0
-CONF
+  mkdir -m 755 "$dir/empty"
+  printf '%s\n' listen=YES listen_ipv6=NO background=NO listen_address=127.0.0.1 listen_port=21 \
+    anonymous_enable=NO local_enable=YES write_enable=YES local_umask=022 seccomp_sandbox=NO isolate_network=NO \
+    pam_service_name=vsftpd "secure_chroot_dir=$dir/empty" chroot_local_user=YES allow_writeable_chroot=YES \
+    pasv_enable=YES pasv_min_port=31000 pasv_max_port=31999 port_enable=YES connect_from_port_20=NO \
+    xferlog_enable=NO dirmessage_enable=NO use_localtime=NO delay_failed_login=0 max_per_ip=0 max_clients=0 \
+    >"$dir/vsftpd.conf"
   # In a session of its own, so that its forked connection processes stop with it.
   setsid /usr/sbin/vsftpd "$dir/vsftpd.conf" >"$dir/server.log" 2>&1 &
   TQ_SERVER_PID=$!
-  if tq_wait_for_greeting; then
-    TQ_SERVER=vsftpd
-    return 0
-  fi
+  tq_wait_for_greeting && { TQ_SERVER=vsftpd; return 0; }
   tq_log "vsftpd did not start: $(head -c 300 "$dir/server.log" 2>/dev/null)"
   tq_stop_process
   return 1
@@ -162,18 +125,12 @@ class Latin1Handler(FTPHandler):
         return data.decode("latin-1")
 
 
-# A deep accept queue: a drop connects hundreds of sessions at once.
-server = FTPServer(("127.0.0.1", 21), Latin1Handler, backlog=1024)
-server.max_cons = 0
-server.max_cons_per_ip = 0
+server = FTPServer(("127.0.0.1", 21), Latin1Handler, backlog=1024)  # hundreds connect at once
+server.max_cons = server.max_cons_per_ip = 0
 server.serve_forever()
 PY
   TQ_SERVER_PID=$!
-  if tq_wait_for_greeting; then
-    TQ_SERVER=pyftpdlib
-    TQ_NAMES_AS_SENT=0
-    return 0
-  fi
+  tq_wait_for_greeting && { TQ_SERVER=pyftpdlib TQ_NAMES_AS_SENT=0; return 0; }
   tq_log "pyftpdlib did not start: $(tail -c 300 "$TQ_SERVER_DIR/server.log" 2>/dev/null)"
   tq_stop_process
   return 1
@@ -184,13 +141,9 @@ tq_start_server() {
   TQ_SERVER_DIR=$(mktemp -d /tmp/tq-server.XXXXXX)
   chmod 755 "$TQ_SERVER_DIR"
   local choice=${TQ_FTP_SERVER:-auto}
-  if [[ $choice != pyftpdlib ]] && tq_start_vsftpd "$root" "$user" "$password"; then
-    return 0
-  fi
+  [[ $choice != pyftpdlib ]] && tq_start_vsftpd "$root" "$user" "$password" && return 0
   tq_remove_user
-  if [[ $choice != vsftpd ]] && tq_start_pyftpdlib "$root" "$user" "$password"; then
-    return 0
-  fi
+  [[ $choice != vsftpd ]] && tq_start_pyftpdlib "$root" "$user" "$password" && return 0
   tq_log "no FTP server could be started on 127.0.0.1:21 (install vsftpd or python3-pyftpdlib: scripts/setup.sh)"
   return 1
 }
@@ -225,11 +178,8 @@ tq_remove_user() {
 tq_stop_server() {
   tq_stop_process
   tq_remove_user
-  if [[ -n $TQ_SERVER_DIR ]]; then
-    rm -rf "$TQ_SERVER_DIR"
-    TQ_SERVER_DIR=""
-  fi
-  TQ_SERVER=""
+  [[ -z $TQ_SERVER_DIR ]] || rm -rf "$TQ_SERVER_DIR"
+  TQ_SERVER_DIR="" TQ_SERVER=""
 }
 
 # Writes the app's settings file into the folder $1 (used as XDG_CONFIG_HOME).
@@ -251,7 +201,18 @@ tq_make_workspace() {
   mkdir -p "$src" "$root/incoming"
 }
 
-fail() {
-  echo "FAIL: $*" >&2
-  exit 1
+# tq_drop SECONDS SERVER PATH USER PASSWORD -- ITEM...: writes these settings and runs
+# "$app --drop ITEM..." with them; sets status, with stdout in $out and stderr in $err.
+# shellcheck disable=SC2154  # app, out and err come from the calling script
+tq_drop() {
+  tq_write_settings "$config" "$2" "$3" "$4" "$5"
+  set +e
+  XDG_CONFIG_HOME=$config timeout "$1" "$app" --drop "${@:7}" >"$out" 2>"$err"
+  status=$?
+  set -e
 }
+
+# The last text of each row of $out, as "ID<TAB>TEXT" lines in the order of the IDs.
+tq_last_rows() { awk -F'\t' '$1 == "row" { last[$2] = $3 } END { for (id in last) print id "\t" last[id] }' "$out" | sort -n; }
+
+fail() { echo "FAIL: $*" >&2; exit 1; }

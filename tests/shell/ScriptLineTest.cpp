@@ -9,62 +9,46 @@
 namespace velmar::test {
 namespace {
 
-QString ErrorOf(const QString& line) {
+// The words of a line, or one "error: MESSAGE" where the line is refused.
+QStringList Words(const QString& line) {
   try {
-    ScriptLine::Split(line);
+    return ScriptLine::Split(line);
   } catch (const ScriptError& e) {
-    return e.Message();
+    return {"error: " + e.Message()};
   }
-  return QStringLiteral("<no error>");
 }
 
-TEST(ScriptLineSplit, BlanksSeparateWords) {
-  EXPECT_EQ(ScriptLine::Split("Squeeze a b"), (QStringList{"Squeeze", "a", "b"}));
-  EXPECT_EQ(ScriptLine::Split("  set\t\tCommandPort   21  "), (QStringList{"set", "CommandPort", "21"}));
-  EXPECT_EQ(ScriptLine::Split("quit"), (QStringList{"quit"}));
-}
-
-TEST(ScriptLineSplit, BlankAndCommentLinesGiveNoWords) {
-  EXPECT_TRUE(ScriptLine::Split("").isEmpty());
-  EXPECT_TRUE(ScriptLine::Split("   \t ").isEmpty());
-  EXPECT_TRUE(ScriptLine::Split("# print CommandPort").isEmpty());
-  EXPECT_TRUE(ScriptLine::Split("   # indented comment \"unterminated").isEmpty());
-  // A # inside a line is an ordinary character.
-  EXPECT_EQ(ScriptLine::Split("AddFileName #1"), (QStringList{"AddFileName", "#1"}));
-}
-
-TEST(ScriptLineSplit, QuotedWordsHoldBlanksAndEscapes) {
-  EXPECT_EQ(ScriptLine::Split(R"(Squeeze "a   b" " ")"), (QStringList{"Squeeze", "a   b", " "}));
-  EXPECT_EQ(ScriptLine::Split(R"(x "say \"hi\"" "back\\slash")"), (QStringList{"x", "say \"hi\"", "back\\slash"}));
-  EXPECT_EQ(ScriptLine::Split(R"(x "\r\n\t")"), (QStringList{"x", "\r\n\t"}));
-  EXPECT_EQ(ScriptLine::Split(R"(x "# not a comment")"), (QStringList{"x", "# not a comment"}));
-}
-
-TEST(ScriptLineSplit, EmptyQuotesAreAnEmptyWordThatCounts) {
-  const QStringList words = ScriptLine::Split(R"(NextFTPStep "" "" "")");
-  ASSERT_EQ(words.size(), 4);
-  EXPECT_TRUE(words[1].isEmpty());
-  EXPECT_TRUE(words[3].isEmpty());
-}
-
-TEST(ScriptLineSplit, UnquotedWordsAreLiteral) {
-  // A JSON array needs no quoting, and a backslash outside quotes is not an escape.
-  EXPECT_EQ(ScriptLine::Split(R"(set Files ["a","b"])"), (QStringList{"set", "Files", R"(["a","b"])"}));
-  EXPECT_EQ(ScriptLine::Split(R"(x a\nb)"), (QStringList{"x", R"(a\nb)"}));
-}
-
-TEST(ScriptLineSplit, TrailingCarriageReturnIsDropped) {
-  EXPECT_EQ(ScriptLine::Split("print ID\r"), (QStringList{"print", "ID"}));
-  EXPECT_EQ(ScriptLine::Split("x \"a b\"\r"), (QStringList{"x", "a b"}));
-}
-
-TEST(ScriptLineSplit, MalformedQuotesAreScriptErrors) {
-  EXPECT_TRUE(ErrorOf(R"(print "ID)").contains("unterminated quote")) << ErrorOf(R"(print "ID)").toStdString();
-  EXPECT_TRUE(ErrorOf(R"(x "ends in a backslash\)").contains("unterminated quote"));
-  EXPECT_TRUE(ErrorOf(R"(x "\q")").contains("unknown escape \\q"));
-  EXPECT_TRUE(ErrorOf(R"(x "\x41")").contains("unknown escape \\x"));
-  EXPECT_TRUE(ErrorOf(R"(x "a"b)").contains("after the closing quote"));
-  EXPECT_TRUE(ErrorOf(R"(x "a""b")").contains("after the closing quote"));
+TEST(ScriptLineSplit, LinesGiveTheirWordsOrAnError) {
+  const std::pair<const char*, QStringList> cases[] = {
+      {"Squeeze a b", {"Squeeze", "a", "b"}},
+      {"  set\t\tCommandPort   21  ", {"set", "CommandPort", "21"}},
+      {"quit", {"quit"}},
+      // Blank and comment lines give no words; a # inside a line is an ordinary character.
+      {"", {}},
+      {"   \t ", {}},
+      {"# print CommandPort", {}},
+      {"   # indented comment \"unterminated", {}},
+      {"AddFileName #1", {"AddFileName", "#1"}},
+      // Quoted words hold blanks and escapes; empty quotes are a word that counts.
+      {R"(Squeeze "a   b" " ")", {"Squeeze", "a   b", " "}},
+      {R"(x "say \"hi\"" "back\\slash")", {"x", "say \"hi\"", "back\\slash"}},
+      {R"(x "\r\n\t")", {"x", "\r\n\t"}},
+      {R"(x "# not a comment")", {"x", "# not a comment"}},
+      {R"(NextFTPStep "" "" "")", {"NextFTPStep", "", "", ""}},
+      // Unquoted words are literal: a JSON array needs no quoting, a backslash is no escape.
+      {R"(set Files ["a","b"])", {"set", "Files", R"(["a","b"])"}},
+      {R"(x a\nb)", {"x", R"(a\nb)"}},
+      // A trailing CR is dropped.
+      {"print ID\r", {"print", "ID"}},
+      {"x \"a b\"\r", {"x", "a b"}},
+      {R"(print "ID)", {"error: unterminated quote in word starting at column 7"}},
+      {R"(x "ends in a backslash\)", {"error: unterminated quote (the line ends after a backslash)"}},
+      {R"(x "\q")", {R"(error: unknown escape \q in a quoted word (use \" \\ \r \n \t))"}},
+      {R"(x "\x41")", {R"(error: unknown escape \x in a quoted word (use \" \\ \r \n \t))"}},
+      {R"(x "a"b)", {"error: text after the closing quote at column 5 (put a blank between words)"}},
+      {R"(x "a""b")", {"error: text after the closing quote at column 5 (put a blank between words)"}},
+  };
+  for (const auto& [line, words] : cases) EXPECT_EQ(Words(QString::fromUtf8(line)), words) << line;
 }
 
 }  // namespace

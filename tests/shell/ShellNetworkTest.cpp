@@ -1,10 +1,13 @@
-// The `velmar` binary against the in-process scripted server: reports become lines, `wait`
-// follows the session, the session runs between lines of a pipe, and the shell does not
-// wait for sessions still running at the end of its input.
+// The `velmar` binary against servers: reports become lines, `wait` follows the session,
+// the session runs between lines of a pipe, the shell does not wait for sessions still
+// running at the end of its input; against real servers the exact lines of a logon and
+// logoff, in the clear and over explicit TLS, and the exit status of failures.
 #include "support/QtPrinters.h"
+#include "support/RealFtpServer.h"
 #include "support/ScriptedFtpServer.h"
 #include "tests/shell/ShellProcess.h"
 
+#include <QTcpServer>
 #include <gtest/gtest.h>
 
 namespace velmar::test {
@@ -12,8 +15,15 @@ namespace {
 
 using Result = ShellProcess::Result;
 
-QString LogonScript(quint16 port) {
-  return QStringLiteral("SetLoginInfo 127.0.0.1 alice s3cret\nset CommandPort %1\n").arg(port);
+QString LogonScript(quint16 port, const QString& user = "alice", const QString& password = "s3cret") {
+  return QStringLiteral("SetLoginInfo 127.0.0.1 %1 %2\nset CommandPort %3\n").arg(user, password).arg(port);
+}
+
+// The scripted server's logon of alice, answering PASS with `answer`.
+ScriptedFtpServer& Logon(ScriptedFtpServer& server, const QString& answer = "230 Welcome") {
+  return server.OnConnect({Line("220 Scripted server ready")})
+      .Expect("USER alice", {Line("331 Password please")})
+      .Expect("PASS s3cret", {Line(answer)});
 }
 
 QStringList Only(const QStringList& lines, const QStringList& kinds) {
@@ -27,21 +37,16 @@ QStringList Only(const QStringList& lines, const QStringList& kinds) {
 // its name, and the exit status of the last report.
 TEST(ShellNetwork, OneCommandOperationsTakeTheirWordsAndFields) {
   ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")})
-      .Expect("USER alice", {Line("331 ok")})
-      .Expect("PASS s3cret", {Line("230 in")})
+  Logon(server)
       .Expect("SITE CHMOD 600 x", {Line("200 ok")})
       .Expect("SITE CHMOD 640 y", {Line("200 ok")})
       .Expect("CWD pub", {Line("250 ok")})
       .Expect("RMD pub", {Line("550 not empty")});
   const Result r = ShellProcess::Run({}, LogonScript(server.Port()) +
-                                             "Logon\nwait 10\n"
-                                             "SITECommand \"CHMOD 600 x\"\nwait 10\n"
-                                             "print DirectCommand\n"
-                                             "set ChmodMask 640\nAddFileName y\nChmodSingleFile\nwait 10\n"
-                                             "SetServerDirectoryPathName pub\nChangeDir\nwait 10\n"
-                                             "print CurrentWorkingDirectory\n"
-                                             "RemoveDir\nwait 10\n");
+                                             "Logon\nwait 10\nSITECommand \"CHMOD 600 x\"\nwait 10\n"
+                                             "print DirectCommand\nset ChmodMask 640\nAddFileName y\n"
+                                             "ChmodSingleFile\nwait 10\nSetServerDirectoryPathName pub\n"
+                                             "ChangeDir\nwait 10\nprint CurrentWorkingDirectory\nRemoveDir\nwait 10\n");
   ASSERT_TRUE(r.finished);
   EXPECT_EQ(r.exitCode, 1) << r.err.toStdString();  // the last report is RMD's refusal
   EXPECT_TRUE(server.Mismatches().isEmpty()) << server.Mismatches().join("; ").toStdString();
@@ -52,28 +57,27 @@ TEST(ShellNetwork, OneCommandOperationsTakeTheirWordsAndFields) {
                          "error\tError: 550 not empty\\n"}));
 }
 
-TEST(ShellNetwork, LogonWaitAndLogoffPrintTheSessionsReports) {
+TEST(ShellNetwork, LogonAndLogoffPrintTheSessionsReportsAndTheSessionRunsBetweenTheLinesOfAPipe) {
   ScriptedFtpServer server;
-  server.OnConnect({Line("220 Scripted server ready")})
-      .Expect("USER alice", {Line("331 Password please")})
-      .Expect("PASS s3cret", {Line("230 Welcome")})
-      .Expect("QUIT", {Line("221 Bye")});
-  const Result r = ShellProcess::Run({}, LogonScript(server.Port()) +
-                                             "Logon\n"
-                                             "wait 10\n"
-                                             "print CommandSocket.IsConnected\n"
-                                             "print CurrentFTPStep\n"
-                                             "set DataSocket.FileData \"a\\tb \u00e9\"\n"
-                                             "print DataSocket.FileData\n"
-                                             "print DataSocket\n"
-                                             "Logoff\n"
-                                             "wait 10\n");
-  ASSERT_TRUE(r.finished);
+  Logon(server).Expect("QUIT", {Line("221 Bye")});
+  ShellProcess shell;
+  shell.Start({});
+  ASSERT_TRUE(shell.Started());
+  // No `wait`: the logon completes while the shell waits for its next line; then the
+  // report that arrived before a wait satisfies it at once.
+  const std::pair<QString, const char*> steps[] = {
+      {LogonScript(server.Port()) + "Logon\n", "success\tLogon Complete.\n"},
+      {"wait 10\nprint CommandSocket.IsConnected\nprint CurrentFTPStep\n", "value\tCurrentFTPStep\t\"PASS\"\n"},
+  };
+  for (const auto& [lines, answer] : steps) {
+    shell.Write(lines);
+    ASSERT_TRUE(shell.WaitForOutput(answer)) << answer;
+  }
+  shell.Write("set DataSocket.FileData \"a\\tb \u00e9\"\nprint DataSocket.FileData\nprint DataSocket\nLogoff\nwait 10\n");
+  shell.CloseInput();
+  const Result r = shell.Finish();
   EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
   EXPECT_EQ(server.Commands(), (QStringList{"USER alice", "PASS s3cret", "QUIT"}));
-  EXPECT_TRUE(server.Mismatches().isEmpty()) << server.Mismatches().join("; ").toStdString();
-
-  // The value lines come after the first success: `wait` held the script until then.
   EXPECT_EQ(Only(r.Lines(), {"success", "error", "value", "wait"}),
             (QStringList{"success\tLogon Complete.", "value\tCommandSocket.IsConnected\ttrue",
                          "value\tCurrentFTPStep\t\"PASS\"",
@@ -85,61 +89,31 @@ TEST(ShellNetwork, LogonWaitAndLogoffPrintTheSessionsReports) {
                                            "\"IsConnected\":false,\"IsListening\":false}"),
                          "success\tLogoff Complete."}));
   // The dialogue is shown, the password never.
-  EXPECT_TRUE(r.Lines().contains("response\t220 Scripted server ready"));
-  EXPECT_TRUE(r.Lines().contains("response\tUSER alice"));
-  EXPECT_TRUE(r.Lines().contains("response\tPASS"));
-  EXPECT_TRUE(r.Lines().contains("status\tSend Logon Command"));
+  for (const char* line : {"response\t220 Scripted server ready", "response\tUSER alice", "response\tPASS",
+                           "status\tSend Logon Command"})
+    EXPECT_TRUE(r.Lines().contains(line)) << line;
   EXPECT_FALSE(r.out.contains("s3cret"));
 }
 
-TEST(ShellNetwork, ARefusedLogonEndsWithStatusOne) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")})
-      .Expect("USER alice", {Line("331 Password please")})
-      .Expect("PASS s3cret", {Line("530 Login incorrect.")});
-  const Result r = ShellProcess::Run({}, LogonScript(server.Port()) + "Logon\nwait 10\n");
-  ASSERT_TRUE(r.finished);
-  EXPECT_EQ(r.exitCode, 1);
-  const QStringList ends = Only(r.Lines(), {"success", "error", "wait"});
-  ASSERT_EQ(ends.size(), 1) << r.out.toStdString();
-  EXPECT_TRUE(ends[0].startsWith("error\tError: 530 Login incorrect.")) << ends[0].toStdString();
-  // The error text's line end is escaped: the report stays on one line.
-  EXPECT_FALSE(ends[0].contains(u'\r'));
-}
-
-TEST(ShellNetwork, TheSessionRunsBetweenTheLinesOfAPipe) {
-  ScriptedFtpServer server;
-  server.OnConnect({Line("220 ready")})
-      .Expect("USER alice", {Line("331 Password please")})
-      .Expect("PASS s3cret", {Line("230 Welcome")})
-      .Expect("QUIT", {Line("221 Bye")});
-  ShellProcess shell;
-  shell.Start({});
-  ASSERT_TRUE(shell.Started());
-  shell.Write(LogonScript(server.Port()) + "Logon\n");
-  // No `wait`: the logon completes while the shell waits for its next line.
-  ASSERT_TRUE(shell.WaitForOutput("success\tLogon Complete.\n"));
-  shell.Write("print CommandSocket.IsConnected\n");
-  ASSERT_TRUE(shell.WaitForOutput("value\tCommandSocket.IsConnected\ttrue\n"));
-  // The report that arrived before this wait satisfies it at once.
-  shell.Write("wait 10\nprint ID\n");
-  ASSERT_TRUE(shell.WaitForOutput("value\tID\t\"\"\n"));
-  shell.Write("Logoff\nwait 10\n");
-  shell.CloseInput();
-  const Result r = shell.Finish();
-  ASSERT_TRUE(r.finished);
-  EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-  EXPECT_FALSE(r.out.contains("wait\ttimeout"));
-  EXPECT_EQ(server.Commands(), (QStringList{"USER alice", "PASS s3cret", "QUIT"}));
+TEST(ShellNetwork, ARefusedLogonEndsWithStatusOneAndTheLastReportDecides) {
+  // The error text's line end is escaped: the report stays on one line. A logoff after the
+  // failure succeeds, and the status follows it.
+  for (bool logoff : {false, true}) {
+    ScriptedFtpServer server;
+    Logon(server, "530 Login incorrect.").Expect("QUIT", {Line("221 Bye")});
+    const Result r =
+        ShellProcess::Run({}, LogonScript(server.Port()) + "Logon\nwait 10\n" + (logoff ? "Logoff\nwait 10\n" : ""));
+    EXPECT_EQ(r.exitCode, logoff ? 0 : 1) << r.out.toStdString();
+    QStringList ends{"error\tError: 530 Login incorrect.\\n"};
+    if (logoff) ends << "success\tLogoff Complete.";
+    EXPECT_EQ(Only(r.Lines(), {"success", "error", "wait"}), ends);
+  }
 }
 
 TEST(ShellNetwork, WaitTimesOutOnASilentServerAndTheShellDoesNotWaitAtTheEnd) {
   ScriptedFtpServer server;  // accepts, never greets
   const Result r = ShellProcess::Run({}, LogonScript(server.Port()) +
-                                             "SetTimeoutSeconds 600\n"
-                                             "Logon\n"
-                                             "wait 0.3\n"
-                                             "print CurrentFTPStep\n"
+                                             "SetTimeoutSeconds 600\nLogon\nwait 0.3\nprint CurrentFTPStep\n"
                                              "print CommandSocket.IsConnected\n");
   ASSERT_TRUE(r.finished);
   EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
@@ -148,6 +122,51 @@ TEST(ShellNetwork, WaitTimesOutOnASilentServerAndTheShellDoesNotWaitAtTheEnd) {
   // The shell closed its connection on the way out.
   EXPECT_TRUE(RunUntil([&] { return !server.ClientConnected(); }, 10000));
   EXPECT_EQ(server.ConnectionCount(), 1);
+}
+
+TEST(ShellNetwork, AClosedPortAndASilentServerWithATimeoutEndInErrors) {
+  quint16 closedPort = 0;
+  {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    closedPort = probe.serverPort();
+  }
+  auto r = ShellProcess::Run({}, LogonScript(closedPort, "u", "p") + "Logon\nwait 5\n");
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_TRUE(r.Lines().contains("error\tError: 104")) << r.out.toStdString();
+  ScriptedFtpServer silent;
+  r = ShellProcess::Run({}, LogonScript(silent.Port(), "u", "p") + "set Timeout 500\nLogon\nwait 10\n");
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.Lines().value(r.Lines().size() - 1), "error\tError: The connection timed out. Ending session.");
+}
+
+// Report lines without the server's own texts, which differ from server to server.
+QStringList Shape(const QStringList& lines) {
+  QStringList shape;
+  for (const QString& line : lines)
+    shape << (line.startsWith("response\t") && QStringView(line).mid(9, 3).toInt() > 0 ? line.left(12) : line);
+  return shape;
+}
+
+TEST(ShellRealServer, LogonAndLogoffInTheClearAndOverTls) {
+  for (bool tls : {false, true}) {
+    RealFtpServer server(tls ? RealFtpServer::Kind::PyftpdlibTLS : RealFtpServer::Kind::Pyftpdlib);
+    if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+    const auto r = ShellProcess::Run({"--no-progress"}, LogonScript(server.Port(), server.User(), server.Password()) +
+                                                            (tls ? "set FTPS true\n" : "") + "Logon\nwait\nLogoff\nwait\n",
+                                     30000);
+    EXPECT_EQ(r.exitCode, 0) << r.out.toStdString() << r.err.toStdString();
+    QStringList expected{"response\t", "status\tSend Logon Command", "response\t220"};
+    if (tls)
+      expected << "response\tAUTH TLS" << "status\t\"Sending AUTH\"" << "response\t234" << "response\tPBSZ 0"
+               << "status\tSending PBSZ" << "response\t200" << "response\tPROT P" << "status\tSending PROT"
+               << "response\t200";
+    expected << "response\tUSER " + server.User() << "status\tSend UserID" << "response\t331" << "response\tPASS"
+             << "status\tSend Password" << "response\t230" << "success\tLogon Complete." << "response\tQUIT"
+             << "status\tSend Logoff Command" << "response\t221" << "success\tLogoff Complete.";
+    EXPECT_EQ(Shape(r.Lines()), expected) << r.out.toStdString();
+    EXPECT_FALSE(r.out.contains(server.Password()));
+  }
 }
 
 }  // namespace

@@ -30,21 +30,16 @@ public:
   }
 
   ShellProcess() {
-    QObject::connect(&process_, &QProcess::readyReadStandardOutput,
-                     [this] { out_ += QString::fromUtf8(process_.readAllStandardOutput()); });
-    QObject::connect(&process_, &QProcess::readyReadStandardError,
-                     [this] { err_ += QString::fromUtf8(process_.readAllStandardError()); });
+    QObject::connect(&process_, &QProcess::readyReadStandardOutput, [this] { Drain(); });
+    QObject::connect(&process_, &QProcess::readyReadStandardError, [this] { Drain(); });
   }
   ~ShellProcess() {
     QObject::disconnect(&process_, nullptr, nullptr, nullptr);
-    if (process_.state() != QProcess::NotRunning) {
-      process_.kill();
-      process_.waitForFinished(5000);
-    }
+    Kill();
   }
 
-  void Start(const QStringList& arguments) {
-    process_.start(QStringLiteral(VELMAR_SHELL_BINARY), arguments);
+  void Start(const QStringList& arguments, const QString& program = QStringLiteral(VELMAR_SHELL_BINARY)) {
+    process_.start(program, arguments);
     started_ = process_.waitForStarted(10000);
   }
   bool Started() const { return started_; }
@@ -55,29 +50,32 @@ public:
 
   // Waits until stdout holds `text` (true), or the time is up or the shell has ended (false).
   bool WaitForOutput(const QString& text, int timeoutMs = 10000) {
-    return RunUntil([&] { return out_.contains(text) || process_.state() == QProcess::NotRunning; }, timeoutMs) &&
-           out_.contains(text);
+    RunUntil([&] { return out_.contains(text) || process_.state() == QProcess::NotRunning; }, timeoutMs);
+    return out_.contains(text);
   }
 
   Result Finish(int timeoutMs = 20000) {
     Result result;
     result.finished = RunUntil([&] { return process_.state() == QProcess::NotRunning; }, timeoutMs);
-    if (!result.finished) {
-      process_.kill();
-      process_.waitForFinished(5000);
-    }
-    out_ += QString::fromUtf8(process_.readAllStandardOutput());
-    err_ += QString::fromUtf8(process_.readAllStandardError());
+    Kill();
+    Drain();
     result.exitCode = result.finished && process_.exitStatus() == QProcess::NormalExit ? process_.exitCode() : -1;
     result.out = out_;
     result.err = err_;
     return result;
   }
 
-  const QString& Out() const { return out_; }
-  const QString& Err() const { return err_; }
-
 private:
+  void Drain() {
+    out_ += QString::fromUtf8(process_.readAllStandardOutput());
+    err_ += QString::fromUtf8(process_.readAllStandardError());
+  }
+  void Kill() {
+    if (process_.state() == QProcess::NotRunning) return;
+    process_.kill();
+    process_.waitForFinished(5000);
+  }
+
   QProcess process_;
   QString out_;
   QString err_;

@@ -6,4 +6,3 @@ velmar_add_test(shell_network_test shell/ShellNetworkTest.cpp)
 velmar_add_test(shell_terminal_test shell/ShellTerminalTest.cpp)
 velmar_add_test(shell_operations_test shell/ShellOperationsTest.cpp ${CMAKE_SOURCE_DIR}/shell/ShellOperations.cpp
                 ${CMAKE_SOURCE_DIR}/shell/Json.cpp)
-velmar_add_test(shell_real_server_test shell/ShellRealServerTest.cpp)
