@@ -197,7 +197,9 @@ TEST(ShellBinary, APipeIsRunLineByLineAsLinesArrive) {
   };
   for (const auto& [line, answer] : steps) {
     shell.Write(line);
-    if (answer) ASSERT_TRUE(shell.WaitForOutput(answer)) << answer;
+    if (answer) {
+      ASSERT_TRUE(shell.WaitForOutput(answer)) << answer;
+    }
   }
   shell.CloseInput();
   const Result r = shell.Finish();

@@ -44,7 +44,9 @@ TEST_F(ShellTables, EveryFieldPrintsWithAndWithoutItsObjects) {
   for (const QString& name : Ops::FieldNames()) EXPECT_NO_THROW(Ops::Get(*session, name)) << name.toStdString();
   GiveSockets();
   for (const QString& name : Ops::FieldNames())
-    if (name.startsWith("DataSocket.") || name.startsWith("CommandSocket.")) EXPECT_NE(Print(name), "null") << name.toStdString();
+    if (name.startsWith("DataSocket.") || name.startsWith("CommandSocket.")) {
+      EXPECT_NE(Print(name), "null") << name.toStdString();
+    }
 }
 
 TEST_F(ShellTables, BadWordsAreScriptErrorsAndThePasswordIsHiddenButAssigned) {
