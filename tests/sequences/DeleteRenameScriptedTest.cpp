@@ -25,10 +25,13 @@ auto FilesLeft(QStringList expected) {
   return [=](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.Files, expected); };
 }
 // Active mode with the port at the end of a two-port range, so that the second round wraps.
-void ActiveAtRangeEnd(S& s) {
-  s.PassiveMode = false;
-  s.SetDataPortRange(32801, 32802);
-  s.DataPort = 32802;
+// Each row has a range of its own, clear of the other tests' ranges, as rows run side by side.
+std::function<void(S&)> ActiveAtRangeEnd(int first) {
+  return [first](S& s) {
+    s.PassiveMode = false;
+    s.SetDataPortRange(first, first + 1);
+    s.DataPort = first + 1;
+  };
 }
 QString Port(int port) { return QString("PORT 127,0,0,1,%1,%2").arg(port / 256).arg(port % 256); }
 
@@ -47,11 +50,11 @@ const OperationRow kBatchRows[] = {
      {kDeleted},
      {"status\tDeleting c", "status\tChange transfer type.", "status\tFTP Session Complete."},
      FilesLeft({})},
-    {"DeleteActiveAdvancesAndWraps", Batch(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd),
-     {Ok(Port(32802), "200 ok"), kTypeI, Ok("DELE b"), Ok(Port(32801), "200 ok"), kTypeI, Ok("DELE a"), kQuit},
+    {"DeleteActiveAdvancesAndWraps", Batch(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd(32951)),
+     {Ok(Port(32952), "200 ok"), kTypeI, Ok("DELE b"), Ok(Port(32951), "200 ok"), kTypeI, Ok("DELE a"), kQuit},
      {kDeleted},
-     {"status\tSet data port to: 32802"},
-     [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32801); }},
+     {"status\tSet data port to: 32952"},
+     [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32951); }},
     // The list is tested after a delete: an empty one still sends one bare DELE.
     {"DeleteOfNothingSendsABareDele", Batch(&S::StartDeleteFile, {}),
      {kPasv, kTypeI, Ok("DELE ", "550 what")}, {"error\tError: 550 what\n"}},
@@ -83,8 +86,8 @@ const OperationRow kBatchRows[] = {
     {"RenameRefusedRnfrLeavesTheNewName", Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
      {kPasv, kTypeI, Ok("RNFR o2", "550 no such file")}, {"error\tError: 550 no such file\n"}, {},
      FilesLeft({"n1", "o1", "n2"})},
-    {"RenameActiveAdvancesAndWraps", Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd),
-     {Ok(Port(32802), "200 ok"), kTypeI, Ok("RNFR o2", "350 go"), Ok("RNTO n2"), Ok(Port(32801), "200 ok"), kTypeI,
+    {"RenameActiveAdvancesAndWraps", Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd(32953)),
+     {Ok(Port(32954), "200 ok"), kTypeI, Ok("RNFR o2", "350 go"), Ok("RNTO n2"), Ok(Port(32953), "200 ok"), kTypeI,
       Ok("RNFR o1", "350 go"), Ok("RNTO n1"), kQuit},
      {kRenamed}},
     // Hyphen form: a middle line without a hyphen counts as final. At "DONE" it moves the
@@ -155,10 +158,10 @@ const OperationRow kTreeRows[] = {
      }},
     // In active mode each subdirectory takes the next port.
     {"ActiveModeTakesTheNextPortPerDirectory",
-     DeleteTree("/top", ActiveAtRangeEnd),
-     {kTypeA, Ok(Port(32802), "200 ok"), Ok("CWD /top"), Pwd("/top"),
+     DeleteTree("/top", ActiveAtRangeEnd(32955)),
+     {kTypeA, Ok(Port(32956), "200 ok"), Ok("CWD /top"), Pwd("/top"),
       {"LIST -a", {ConnectActive(), Line("150 go"), DataSend(Folder("s")), DataClose(), Delay(30), Line("226 ok")}},
-      Ok(Port(32801), "200 ok"), Ok("CWD /top/s"), Pwd("/top/s"),
+      Ok(Port(32955), "200 ok"), Ok("CWD /top/s"), Pwd("/top/s"),
       {"LIST -a", {ConnectActive(), Line("150 go"), DataClose(), Delay(30), Line("226 ok")}},
       Ok("CDUP"), Ok("RMD /top/s"), Pwd("/top"), Ok("CDUP"), Ok("RMD /top"), kQuit},
      {kTreeDeleted}},
