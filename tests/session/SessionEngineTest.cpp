@@ -107,13 +107,6 @@ TEST(SessionObject, InstalledReceiverFactoryIsUsedForNewReceivers) {
   EXPECT_EQ(*log, QStringList{QStringLiteral("status\thello")});
 }
 
-TEST(SessionObject, GetDirFromPathKeepsUpToTheLastDelimiter) {
-  FTPSessionClass session;
-  EXPECT_EQ(session.GetDirFromPath(QStringLiteral("/a/b/file.txt")), QStringLiteral("/a/b/"));
-  EXPECT_EQ(session.GetDirFromPath(QStringLiteral("/a/b/")), QStringLiteral("/a/b/"));
-  EXPECT_EQ(session.GetDirFromPath(QStringLiteral("nodelimiter")), QString());
-}
-
 TEST(SessionObject, SqueezeShrinksRunsOfEachListedCharacter) {
   FTPSessionClass session;
   EXPECT_EQ(session.Squeeze(QStringLiteral("a   b"), QStringLiteral(" ")), QStringLiteral("a b"));
