@@ -189,10 +189,10 @@ QString ReplaceLineEndings(const QString& text, const QString& lineEnding) {
 QString Lowercase(const QString& text) { return text.toLower(); }
 
 // White space here is ASCII: blank, tab, CR, LF, vertical tab and form feed.
-QString LTrim(QStringView text) {
+QString LTrim(const QString& text) {
   qsizetype i = 0;
   while (i < text.size() && IsWhiteSpace(text.at(i))) ++i;
-  return text.sliced(i).toString();
+  return text.mid(i);
 }
 
 // Decimal only: "&h1F" and the like give 0. An exponent counts only when digits follow it

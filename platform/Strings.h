@@ -36,8 +36,7 @@ QString ReplaceLineEndings(const QString& text, const QString& lineEnding);
 
 QString Lowercase(const QString& text);
 // Removes leading white space.
-QString LTrim(QStringView text);
-inline QString LTrim(const QString& text) { return LTrim(QStringView(text)); }
+QString LTrim(const QString& text);
 
 // The number at the head of text (blanks, sign, digits, one decimal point, exponent), 0 when
 // none. Decimal only ("&h1F" gives 0).

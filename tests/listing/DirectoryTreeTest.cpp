@@ -117,8 +117,8 @@ TEST(DirectoryTree, AListingIsFiledUnderTheCurrentDirectory) {
   EXPECT_THROW(data.ParseDirectoryList("-rw-r--r-- 1 o g 20 Jan 15 10:30 x\r\n"), OutOfBoundsException);
 }
 
-// What a hostile server may send: a million lines, a line of a megabyte with a quarter of a
-// million tokens, binary bytes with NUL, a line of thousands of month names. Each line is
+// What a hostile server may send: a million lines, a line of a megabyte with half a million
+// tokens, binary bytes with NUL, a line of thousands of month names. Each line is
 // filed or rejected; the only way out is the read past the last token.
 TEST(DirectoryTree, HostileListingsAreFiledOrRejected) {
   auto session = std::make_shared<FTPSessionClass>();
