@@ -57,9 +57,7 @@ inline void PlayRow(LoggedOnFixture& f, const OperationRow& row, qsizetype earli
 inline void RunConnectingRow(LoggedOnFixture& f, const OperationRow& row) {
   f.server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
   PlayRow(f, row, 0);
-  if (!row.ends.isEmpty()) {
-    EXPECT_EQ(f.session->CommandSocket, nullptr);
-  }
+  EXPECT_TRUE(row.ends.isEmpty() || f.session->CommandSocket == nullptr);
 }
 
 inline void RunOperationRow(LoggedOnFixture& f, const OperationRow& row) {

@@ -6,76 +6,96 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QUuid>
 
 #include <csignal>
+#include <functional>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace velmar::test {
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr int kStartTimeoutMs = 10000;
 
-QString RandomText(int length) {
-  static const char alphabet[] = "abcdefghijkmnopqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
-  QString text;
-  for (int i = 0; i < length; ++i)
-    text += QLatin1Char(alphabet[QRandomGenerator::system()->bounded(int(sizeof alphabet - 1))]);
-  return text;
-}
+// %1 is the port, %2 the empty folder vsftpd needs. vsftpd skips the lines that start with '#'.
+constexpr char kVsftpdConfig[] = R"(listen=YES
+listen_ipv6=NO
+background=NO
+listen_address=127.0.0.1
+listen_port=%1
+anonymous_enable=NO
+local_enable=YES
+write_enable=YES
+local_umask=022
+# Its seccomp filter kills sessions on Debian 12's glibc (newfstatat).
+seccomp_sandbox=NO
+# A network namespace per login makes every login slow.
+isolate_network=NO
+pam_service_name=vsftpd
+secure_chroot_dir=%2
+chroot_local_user=YES
+allow_writeable_chroot=YES
+pasv_enable=YES
+# Below the ephemeral range: ports in TIME_WAIT there make PASV fail.
+pasv_min_port=31000
+pasv_max_port=31999
+port_enable=YES
+connect_from_port_20=NO
+xferlog_enable=NO
+dirmessage_enable=NO
+use_localtime=NO
+# Its own pause after a wrong password (PAM adds another): tests of refusals stay short.
+delay_failed_login=0
+max_per_ip=0
+max_clients=0
+)";
 
 QString FirstLine(const QByteArray& output) {
-  const QString text = QString::fromLocal8Bit(output).trimmed();
-  return text.section(u'\n', 0, 0).trimmed();
+  return QString::fromLocal8Bit(output).trimmed().section(u'\n', 0, 0).trimmed();
 }
 
-// Runs a short helper program to its end; returns an error text, or empty on success.
+// Runs a short helper program to its end; returns an error text, or empty on success. A complaint
+// about a lock is tried again: useradd and userdel lock /etc/passwd, and tests running in parallel
+// may hold it for a moment.
 QString RunTool(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
-  QProcess process;
-  process.setProcessChannelMode(QProcess::MergedChannels);
-  process.start(program, arguments);
-  if (!process.waitForStarted(5000)) return QStringLiteral("cannot run %1: %2").arg(program, process.errorString());
-  if (!input.isEmpty()) process.write(input);
-  process.closeWriteChannel();
-  if (!process.waitForFinished(30000)) {
-    process.kill();
-    process.waitForFinished(2000);
-    return QStringLiteral("%1 did not finish").arg(program);
-  }
-  if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-    return QStringLiteral("%1 failed: %2").arg(program, FirstLine(process.readAll()));
-  return {};
-}
-
-// useradd and userdel lock /etc/passwd; tests running in parallel may hold it for a moment.
-QString RunAccountTool(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
   QString error;
   for (int attempt = 0; attempt < 20; ++attempt) {
-    error = RunTool(program, arguments, input);
-    if (error.isEmpty() || !error.contains(QLatin1String("lock"), Qt::CaseInsensitive)) return error;
-    QThread::msleep(100);
+    if (attempt > 0) QThread::msleep(100);
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    if (!process.waitForStarted(5000)) return u"cannot run %1: %2"_s.arg(program, process.errorString());
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(30000)) return u"%1 did not finish"_s.arg(program);  // killed by ~QProcess
+    if (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0) return {};
+    error = u"%1 failed: %2"_s.arg(program, FirstLine(process.readAll()));
+    if (!error.contains("lock"_L1, Qt::CaseInsensitive)) break;
   }
   return error;
 }
 
-QString FindProgram(const QString& name, const QStringList& extraPaths = {}) {
-  QString path = QStandardPaths::findExecutable(name);
-  if (path.isEmpty()) path = QStandardPaths::findExecutable(name, extraPaths);
-  return path;
+// On PATH, or in the system's sbin folders, which the PATH of root may lack.
+QString FindProgram(const QString& name) {
+  const QString onPath = QStandardPaths::findExecutable(name);
+  return onPath.isEmpty() ? QStandardPaths::findExecutable(name, {u"/usr/sbin"_s, u"/sbin"_s}) : onPath;
 }
 
 // A port that was free a moment ago, for servers that cannot be told to pick one.
 quint16 FreePort() {
   QTcpServer probe;
-  if (!probe.listen(QHostAddress::LocalHost, 0)) return 0;
-  return probe.serverPort();
+  return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
 }
 
 // True when something on the port answers with an FTP greeting within the time left.
@@ -93,20 +113,16 @@ bool AnswersWithGreeting(quint16 port, const QDeadlineTimer& deadline) {
 
 // Test accounts are named after the process that made them, so a run that crashed can be
 // cleaned up by a later one without touching the accounts of a run that is still going.
-const QString kUserPrefix = QStringLiteral("velmarftp");
+const QString kUserPrefix = u"velmarftp"_s;
 
 void RemoveStaleUsers(const QString& userdel) {
-  QFile passwd(QStringLiteral("/etc/passwd"));
+  static const QRegularExpression ours(u"^%1(\\d+)x\\d+$"_s.arg(kUserPrefix));  // prefix, pid, x, serial
+  QFile passwd(u"/etc/passwd"_s);
   if (!passwd.open(QIODevice::ReadOnly)) return;
-  const QList<QByteArray> lines = passwd.readAll().split('\n');
-  for (const QByteArray& line : lines) {
+  for (const QByteArray& line : passwd.readAll().split('\n')) {
     const QString name = QString::fromLatin1(line.left(line.indexOf(':')));
-    if (!name.startsWith(kUserPrefix)) continue;
-    const QString pid = name.mid(kUserPrefix.size()).section(u'x', 0, 0);
-    bool ok = false;
-    pid.toLongLong(&ok);
-    if (ok && !QFileInfo::exists(QStringLiteral("/proc/") + pid))
-      RunAccountTool(userdel, {QStringLiteral("-f"), name});
+    const QRegularExpressionMatch match = ours.match(name);
+    if (match.hasMatch() && !QFileInfo::exists(u"/proc/"_s + match.captured(1))) RunTool(userdel, {u"-f"_s, name});
   }
 }
 
@@ -114,47 +130,52 @@ void RemoveStaleUsers(const QString& userdel) {
 
 struct RealFtpServer::Impl {
   Kind kind;
-  bool started = false;
-  QString skipReason;
+  QString skipReason;  // empty once the server runs
   quint16 port = 0;
-  QString user;
-  QString password;
+  QString user = u"tester"_s;
+  QString password = QUuid::createUuid().toString(QUuid::Id128);  // 32 hex digits, 122 of their bits random
   QString root;
-  QString createdUser;  // a system account to remove again (vsftpd)
-  QString userdel;
-  QTemporaryDir temp{QDir::tempPath() + QStringLiteral("/velmar-ftp-XXXXXX")};
+  QString createdUser, userdel;  // a system account to remove again (vsftpd), and the tool for that
+  QTemporaryDir temp{QDir::tempPath() + u"/velmar-ftp-XXXXXX"_s};
   QProcess process;
   pid_t group = 0;  // the server's process group while it runs
 
   explicit Impl(Kind k) : kind(k) {
-    password = RandomText(16);
-    if (!temp.isValid()) {
-      skipReason = QStringLiteral("cannot create a temporary folder: %1").arg(temp.errorString());
-      return;
-    }
-    root = temp.path() + QStringLiteral("/home");
-    if (!QDir().mkpath(root)) {
-      skipReason = QStringLiteral("cannot create %1").arg(root);
-      return;
-    }
-    if (kind == Kind::Vsftpd)
-      StartVsftpd();
+    root = temp.isValid() ? temp.filePath(u"home"_s) : QString();
+    if (root.isEmpty())
+      skipReason = u"cannot create a temporary folder: %1"_s.arg(temp.errorString());
+    else if (!QDir().mkpath(root))
+      skipReason = u"cannot create %1"_s.arg(root);
     else
-      StartPyftpdlib();
+      skipReason = kind == Kind::Vsftpd ? StartVsftpd() : StartPyftpdlib();
   }
 
   ~Impl() {
     Stop();
-    if (!createdUser.isEmpty()) RunAccountTool(userdel, {QStringLiteral("-f"), createdUser});
+    if (!createdUser.isEmpty()) RunTool(userdel, {u"-f"_s, createdUser});
   }
 
-  // The server and whatever it forked run in a process group of their own, so it can be stopped
-  // whole; and they get SIGTERM should this process die without running its destructors.
-  void PrepareProcess() {
+  // Starts the server in a process group of its own, so that Stop() ends it whole, and which gets
+  // SIGTERM should this process die without running its destructors. Then waits until `up` says
+  // it serves. Returns why it does not (the server stopped again), or empty.
+  QString Launch(const QString& name, const QString& program, const QStringList& arguments,
+                 QProcess::ProcessChannelMode channels, const std::function<bool(const QDeadlineTimer&)>& up) {
     process.setChildProcessModifier([] {
       ::setpgid(0, 0);
       ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     });
+    process.setProcessChannelMode(channels);
+    process.start(program, arguments);
+    if (!process.waitForStarted(5000)) return u"cannot run %1: %2"_s.arg(program, process.errorString());
+    group = static_cast<pid_t>(process.processId());
+    if (up(QDeadlineTimer(kStartTimeoutMs))) return {};
+    const QString output = FirstLine(process.readAll());
+    const QString error = process.state() == QProcess::Running
+                              ? u"%1 did not come up within %2 s"_s.arg(name).arg(kStartTimeoutMs / 1000)
+                              : u"%1 exited at start (exit code %2): %3"_s.arg(name).arg(process.exitCode())
+                                    .arg(output.isEmpty() ? u"no output"_s : output);
+    Stop();
+    return error;
   }
 
   void Stop() {
@@ -169,249 +190,97 @@ struct RealFtpServer::Impl {
     group = 0;
   }
 
-  bool StartProcess(const QString& program, const QStringList& arguments) {
-    process.start(program, arguments);
-    if (!process.waitForStarted(5000)) return false;
-    group = static_cast<pid_t>(process.processId());
-    return true;
-  }
-
-  // ---- pyftpdlib
-
-  void StartPyftpdlib() {
-    user = QStringLiteral("tester");
+  QString StartPyftpdlib() {
     const QString script = QStringLiteral(VELMAR_TEST_SUPPORT_DIR "/pyftpd_server.py");
-    if (!QFileInfo::exists(script)) {
-      skipReason = QStringLiteral("%1 is missing").arg(script);
-      return;
-    }
-    QStringList arguments{script,
-                          QStringLiteral("--root"), root,
-                          QStringLiteral("--user"), user,
-                          QStringLiteral("--password"), password,
-                          QStringLiteral("--passive-ports"), QStringLiteral("29000-29999")};
+    if (!QFileInfo::exists(script)) return script + u" is missing"_s;
+    QStringList arguments{script, u"--root"_s, root, u"--user"_s, user, u"--password"_s, password};
     if (kind == Kind::PyftpdlibTLS) {
-      const QString certificate = MakeCertificate();
-      if (certificate.isEmpty()) return;
-      arguments << QStringLiteral("--tls") << certificate;
+      const QString openssl = FindProgram(u"openssl"_s);
+      if (openssl.isEmpty()) return u"openssl is not installed"_s;
+      // A fresh self-signed certificate, and its key in the same PEM file.
+      const QString pem = temp.filePath(u"server.pem"_s);
+      const QString error = RunTool(openssl, {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s,
+                                              u"-days"_s, u"2"_s, u"-subj"_s, u"/CN=localhost"_s,
+                                              u"-keyout"_s, pem, u"-out"_s, pem});
+      if (!error.isEmpty()) return error;
+      arguments << u"--tls"_s << pem;
     }
     // The system's interpreter first: that is where the Debian packages install pyftpdlib,
     // while a python3 earlier on PATH (pyenv and the like) may lack it.
     QStringList interpreters;
-    if (QFileInfo(QStringLiteral("/usr/bin/python3")).isExecutable()) interpreters << QStringLiteral("/usr/bin/python3");
-    const QString onPath = FindProgram(QStringLiteral("python3"));
-    if (!onPath.isEmpty() && !interpreters.contains(onPath)) interpreters << onPath;
-    if (interpreters.isEmpty()) {
-      skipReason = QStringLiteral("python3 is not installed");
-      return;
-    }
+    for (const QString& candidate : {u"/usr/bin/python3"_s, QStandardPaths::findExecutable(u"python3"_s)})
+      if (QFileInfo(candidate).isExecutable() && !interpreters.contains(candidate)) interpreters << candidate;
+    QString error = u"python3 is not installed"_s;
     for (const QString& interpreter : interpreters) {
-      skipReason.clear();
-      if (StartPyftpdlibWith(interpreter, arguments)) {
-        started = true;
-        return;
-      }
+      QString line;  // the first line on stdout: the port, or "error: ..."
+      const auto up = [&](const QDeadlineTimer& deadline) {
+        while (!process.canReadLine() && process.state() == QProcess::Running && !deadline.hasExpired())
+          process.waitForReadyRead(std::clamp(int(deadline.remainingTime()), 1, 1000));
+        line = process.canReadLine() ? QString::fromLocal8Bit(process.readLine()).trimmed() : QString();
+        port = line.toUShort();
+        return port > 0;
+      };
+      // Warnings and tracebacks of the server go to the test's own stderr.
+      const QString name = u"pyftpdlib server (%1)"_s.arg(interpreter);
+      error = Launch(name, interpreter, arguments, QProcess::ForwardedErrorChannel, up);
+      if (error.isEmpty()) break;
+      if (line.startsWith("error: "_L1)) error = u"pyftpdlib: "_s + line.mid(7);
     }
+    return error;
   }
 
-  bool StartPyftpdlibWith(const QString& interpreter, const QStringList& arguments) {
-    PrepareProcess();
-    // Warnings and tracebacks of the server go to the test's own stderr.
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    if (!StartProcess(interpreter, arguments)) {
-      skipReason = QStringLiteral("cannot run %1: %2").arg(interpreter, process.errorString());
-      return false;
-    }
-    // The first line on stdout is the port, or "error: ...".
-    const QDeadlineTimer deadline(kStartTimeoutMs);
-    QByteArray output;
-    while (!output.contains('\n') && !deadline.hasExpired()) {
-      if (!process.waitForReadyRead(std::clamp(int(deadline.remainingTime()), 1, 1000)) &&
-          process.state() == QProcess::NotRunning)
-        break;
-      output += process.readAllStandardOutput();
-    }
-    const QString line = FirstLine(output);
-    bool ok = false;
-    const uint number = line.toUInt(&ok);
-    if (ok && number > 0 && number < 65536 && output.contains('\n')) {
-      port = static_cast<quint16>(number);
-      return true;
-    }
-    if (line.startsWith(QLatin1String("error: ")))
-      skipReason = QStringLiteral("pyftpdlib: %1").arg(line.mid(7));
-    else if (process.state() == QProcess::NotRunning)
-      skipReason = QStringLiteral("pyftpdlib server exited at start (%1, exit code %2)").arg(interpreter).arg(process.exitCode());
-    else
-      skipReason = QStringLiteral("pyftpdlib server did not come up within %1 s").arg(kStartTimeoutMs / 1000);
-    Stop();
-    return false;
-  }
-
-  // A fresh self-signed certificate and its key, in one PEM file.
-  QString MakeCertificate() {
-    const QString openssl = FindProgram(QStringLiteral("openssl"));
-    if (openssl.isEmpty()) {
-      skipReason = QStringLiteral("openssl is not installed");
-      return {};
-    }
-    const QString key = temp.filePath(QStringLiteral("key.pem"));
-    const QString cert = temp.filePath(QStringLiteral("cert.pem"));
-    const QString error = RunTool(openssl, {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                                            QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
-                                            QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=localhost"),
-                                            QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
-    if (!error.isEmpty()) {
-      skipReason = error;
-      return {};
-    }
-    QFile keyFile(key), certFile(cert);
-    QFile both(temp.filePath(QStringLiteral("server.pem")));
-    if (!keyFile.open(QIODevice::ReadOnly) || !certFile.open(QIODevice::ReadOnly) ||
-        !both.open(QIODevice::WriteOnly) || both.write(certFile.readAll() + keyFile.readAll()) < 0) {
-      skipReason = QStringLiteral("cannot write the certificate file");
-      return {};
-    }
-    return both.fileName();
-  }
-
-  // ---- vsftpd
-
-  void StartVsftpd() {
-    const QString vsftpd = QStringLiteral("/usr/sbin/vsftpd");
-    if (::geteuid() != 0) {
-      skipReason = QStringLiteral("vsftpd tests need root (they create a system user)");
-      return;
-    }
-    if (!QFileInfo(vsftpd).isExecutable()) {
-      skipReason = QStringLiteral("vsftpd is not installed (/usr/sbin/vsftpd)");
-      return;
-    }
-    const QStringList sbin{QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")};
-    const QString useradd = FindProgram(QStringLiteral("useradd"), sbin);
-    const QString chpasswd = FindProgram(QStringLiteral("chpasswd"), sbin);
-    userdel = FindProgram(QStringLiteral("userdel"), sbin);
-    if (useradd.isEmpty() || chpasswd.isEmpty() || userdel.isEmpty()) {
-      skipReason = QStringLiteral("useradd, chpasswd or userdel is missing");
-      return;
-    }
+  QString StartVsftpd() {
+    const QString vsftpd = u"/usr/sbin/vsftpd"_s;
+    if (::geteuid() != 0) return u"vsftpd tests need root (they create a system user)"_s;
+    if (!QFileInfo(vsftpd).isExecutable()) return u"vsftpd is not installed (/usr/sbin/vsftpd)"_s;
+    const QString useradd = FindProgram(u"useradd"_s), chpasswd = FindProgram(u"chpasswd"_s);
+    userdel = FindProgram(u"userdel"_s);
+    if (useradd.isEmpty() || chpasswd.isEmpty() || userdel.isEmpty())
+      return u"useradd, chpasswd or userdel is missing"_s;
     RemoveStaleUsers(userdel);
 
     // Unique per process and per server: tests may run in parallel.
     static int serial = 0;
-    user = QStringLiteral("%1%2x%3").arg(kUserPrefix).arg(QCoreApplication::applicationPid()).arg(++serial);
-    QString error = RunAccountTool(useradd, {QStringLiteral("-M"), QStringLiteral("-d"), root, QStringLiteral("-s"),
-                                             QStringLiteral("/bin/bash"), user});
-    if (!error.isEmpty()) {
-      skipReason = error;
-      return;
-    }
+    user = u"%1%2x%3"_s.arg(kUserPrefix).arg(QCoreApplication::applicationPid()).arg(++serial);
+    QString error = RunTool(useradd, {u"-M"_s, u"-d"_s, root, u"-s"_s, u"/bin/bash"_s, user});
+    if (!error.isEmpty()) return error;
     createdUser = user;
     // SHA-512 keeps a login cheap; the default yescrypt costs a lot of CPU per login.
-    error = RunAccountTool(chpasswd, {QStringLiteral("-c"), QStringLiteral("SHA512")},
-                           (user + u':' + password + u'\n').toUtf8());
-    if (!error.isEmpty()) {
-      skipReason = error;
-      return;
-    }
+    error = RunTool(chpasswd, {u"-c"_s, u"SHA512"_s}, (user + u':' + password + u'\n').toUtf8());
     // The user owns its home (it is the chroot); the folders above it must be traversable.
-    QFile::setPermissions(temp.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
-                                           QFileDevice::ReadGroup | QFileDevice::ExeGroup |
-                                           QFileDevice::ReadOther | QFileDevice::ExeOther);
-    error = RunTool(QStringLiteral("chown"), {user + QStringLiteral(":"), root});
-    if (!error.isEmpty()) {
-      skipReason = error;
-      return;
-    }
-    const QString emptyDir = temp.filePath(QStringLiteral("empty"));
+    if (error.isEmpty()) error = RunTool(u"chown"_s, {user + u':', root});
+    if (!error.isEmpty()) return error;
+    const QString emptyDir = temp.filePath(u"empty"_s);
     QDir().mkpath(emptyDir);
-    QFile::setPermissions(emptyDir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
-                                        QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                                        QFileDevice::ExeOther);
+    for (const QString& dir : {temp.path(), emptyDir}) ::chmod(QFile::encodeName(dir).constData(), 0755);
 
     // The chosen port may be taken by someone else before vsftpd binds it: try a few.
-    for (int attempt = 0; attempt < 3 && !started; ++attempt) {
-      skipReason.clear();
+    for (int attempt = 0; attempt < 3; ++attempt) {
       port = FreePort();
-      if (port == 0) {
-        skipReason = QStringLiteral("no free port on 127.0.0.1");
-        return;
-      }
-      const QString config = temp.filePath(QStringLiteral("vsftpd.conf"));
-      QFile file(config);
-      if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        skipReason = QStringLiteral("cannot write %1").arg(config);
-        return;
-      }
-      file.write(VsftpdConfig(emptyDir).toUtf8());
-      file.close();
-
-      PrepareProcess();
-      process.setProcessChannelMode(QProcess::MergedChannels);
-      if (!StartProcess(vsftpd, {config})) {
-        skipReason = QStringLiteral("cannot run vsftpd: %1").arg(process.errorString());
-        return;
-      }
+      if (port == 0) return u"no free port on 127.0.0.1"_s;
+      QFile config(temp.filePath(u"vsftpd.conf"_s));
+      if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+          config.write(QString::fromLatin1(kVsftpdConfig).arg(QString::number(port), emptyDir).toUtf8()) < 0)
+        return u"cannot write %1"_s.arg(config.fileName());
+      config.close();
       // vsftpd does not tell when it listens: knock until it greets, or it exits.
-      const QDeadlineTimer deadline(kStartTimeoutMs);
-      while (!deadline.hasExpired() && process.state() == QProcess::Running) {
-        if (AnswersWithGreeting(port, deadline) && process.state() == QProcess::Running) {
-          started = true;
-          break;
+      error = Launch(u"vsftpd"_s, vsftpd, {config.fileName()}, QProcess::MergedChannels, [&](const auto& deadline) {
+        while (!deadline.hasExpired() && process.state() == QProcess::Running) {
+          if (AnswersWithGreeting(port, deadline) && process.state() == QProcess::Running) return true;
+          process.waitForFinished(50);
         }
-        process.waitForFinished(50);
-      }
-      if (!started) {
-        const QString output = FirstLine(process.readAll());
-        skipReason = process.state() == QProcess::Running
-                         ? QStringLiteral("vsftpd did not come up within %1 s").arg(kStartTimeoutMs / 1000)
-                         : QStringLiteral("vsftpd exited at start: %1").arg(output.isEmpty() ? QStringLiteral("no output") : output);
-        Stop();
-      }
+        return false;
+      });
+      if (error.isEmpty()) break;
     }
-  }
-
-  QString VsftpdConfig(const QString& emptyDir) const {
-    QStringList lines{
-        QStringLiteral("listen=YES"),
-        QStringLiteral("listen_ipv6=NO"),
-        QStringLiteral("background=NO"),
-        QStringLiteral("listen_address=127.0.0.1"),
-        QStringLiteral("listen_port=%1").arg(port),
-        QStringLiteral("anonymous_enable=NO"),
-        QStringLiteral("local_enable=YES"),
-        QStringLiteral("write_enable=YES"),
-        QStringLiteral("local_umask=022"),
-        // Its seccomp filter kills sessions on Debian 12's glibc (newfstatat).
-        QStringLiteral("seccomp_sandbox=NO"),
-        // A network namespace per login makes every login slow.
-        QStringLiteral("isolate_network=NO"),
-        QStringLiteral("pam_service_name=vsftpd"),
-        QStringLiteral("secure_chroot_dir=%1").arg(emptyDir),
-        QStringLiteral("chroot_local_user=YES"),
-        QStringLiteral("allow_writeable_chroot=YES"),
-        QStringLiteral("pasv_enable=YES"),
-        // Below the ephemeral range: ports in TIME_WAIT there make PASV fail.
-        QStringLiteral("pasv_min_port=31000"),
-        QStringLiteral("pasv_max_port=31999"),
-        QStringLiteral("port_enable=YES"),
-        QStringLiteral("connect_from_port_20=NO"),
-        QStringLiteral("xferlog_enable=NO"),
-        QStringLiteral("dirmessage_enable=NO"),
-        QStringLiteral("use_localtime=NO"),
-        // Its own pause after a wrong password (PAM adds another): tests of refusals stay short.
-        QStringLiteral("delay_failed_login=0"),
-        QStringLiteral("max_per_ip=0"),
-        QStringLiteral("max_clients=0"),
-    };
-    return lines.join(u'\n') + u'\n';
+    return error;
   }
 };
 
 RealFtpServer::RealFtpServer(Kind kind) : impl_(std::make_unique<Impl>(kind)) {}
 RealFtpServer::~RealFtpServer() = default;
 
-bool RealFtpServer::Started() const { return impl_->started; }
+bool RealFtpServer::Started() const { return impl_->skipReason.isEmpty(); }
 QString RealFtpServer::SkipReason() const { return impl_->skipReason; }
 quint16 RealFtpServer::Port() const { return impl_->port; }
 QString RealFtpServer::User() const { return impl_->user; }
@@ -420,7 +289,7 @@ QString RealFtpServer::Root() const { return impl_->root; }
 
 bool RealFtpServer::HandOverRoot() const {
   if (impl_->kind != Kind::Vsftpd) return true;  // pyftpdlib runs as the owner of the files
-  const QString error = RunTool(QStringLiteral("chown"), {QStringLiteral("-R"), impl_->user + QStringLiteral(":"), impl_->root});
+  const QString error = RunTool(u"chown"_s, {u"-R"_s, impl_->user + u':', impl_->root});
   if (!error.isEmpty()) qWarning("chown: %s", qPrintable(error));
   return error.isEmpty();
 }

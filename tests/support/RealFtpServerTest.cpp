@@ -11,6 +11,7 @@
 #include <pwd.h>
 
 #include <array>
+#include <optional>
 
 namespace velmar::test {
 namespace {
@@ -23,40 +24,37 @@ bool HasAccount(const QString& user) { return ::getpwnam(user.toLocal8Bit().cons
 
 TEST_P(RealFtpServerTest, TwoServersComeUpSideBySideAndGoAwayWithTheirDestructors) {
   const Kind kind = GetParam();
-  struct Gone { quint16 port; QString root, user; };
-  QList<Gone> gone;
-  {
-    RealFtpServer first(kind);
-    if (!first.Started()) GTEST_SKIP() << first.SkipReason().toStdString();
-    RealFtpServer second(kind);
-    ASSERT_TRUE(second.Started()) << second.SkipReason().toStdString();
-    EXPECT_NE(first.Port(), second.Port());
-    EXPECT_TRUE(kind != Kind::Vsftpd || first.User() != second.User());
-    for (const RealFtpServer* server : {&first, &second}) {
-      gone.append({server->Port(), server->Root(), server->User()});
-      EXPECT_TRUE(QDir(server->Root()).exists());
-      EXPECT_TRUE(kind != Kind::Vsftpd || HasAccount(server->User()));
-      QTcpSocket control;  // blocking waits, bounded: the server runs in its own process
-      control.connectToHost(QHostAddress::LocalHost, server->Port());
-      EXPECT_TRUE(control.waitForReadyRead(10000) && control.readAll().startsWith("220"));
-    }
+  std::optional<RealFtpServer> servers[2];
+  servers[0].emplace(kind);
+  if (!servers[0]->Started()) GTEST_SKIP() << servers[0]->SkipReason().toStdString();
+  servers[1].emplace(kind);
+  ASSERT_TRUE(servers[1]->Started()) << servers[1]->SkipReason().toStdString();
+  EXPECT_NE(servers[0]->Port(), servers[1]->Port());
+  EXPECT_TRUE(kind != Kind::Vsftpd || servers[0]->User() != servers[1]->User());
+  // One after the other, each greets and then goes away with its destructor; the second still
+  // greets once the first has gone.
+  for (auto& server : servers) {
+    const quint16 port = server->Port();
+    const QString root = server->Root(), user = server->User();
+    EXPECT_TRUE(QDir(root).exists());
+    EXPECT_TRUE(kind != Kind::Vsftpd || HasAccount(user));
+    QTcpSocket socket;  // blocking waits, bounded: the server runs in its own process
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    EXPECT_TRUE(socket.waitForReadyRead(10000) && socket.readAll().startsWith("220"));
+    socket.abort();
+    server.reset();
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    EXPECT_FALSE(socket.waitForConnected(5000));
+    EXPECT_EQ(socket.error(), QAbstractSocket::ConnectionRefusedError);
+    EXPECT_FALSE(QDir(root).exists());
+    EXPECT_TRUE(kind != Kind::Vsftpd || !HasAccount(user));
   }
-  for (const Gone& server : gone) {
-    QTcpSocket probe;
-    probe.connectToHost(QHostAddress::LocalHost, server.port);
-    EXPECT_FALSE(probe.waitForConnected(5000));
-    EXPECT_EQ(probe.error(), QAbstractSocket::ConnectionRefusedError);
-    EXPECT_FALSE(QDir(server.root).exists());
-    EXPECT_TRUE(kind != Kind::Vsftpd || !HasAccount(server.user));
-  }
-}
-
-std::string KindName(const ::testing::TestParamInfo<Kind>& info) {
-  return std::array{"Pyftpdlib", "TLS", "Vsftpd"}[static_cast<int>(info.param)];
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, RealFtpServerTest, ::testing::Values(Kind::Pyftpdlib, Kind::PyftpdlibTLS, Kind::Vsftpd),
-                         KindName);
+                         [](const auto& info) {
+                           return std::string(std::array{"Pyftpdlib", "TLS", "Vsftpd"}[int(info.param)]);
+                         });
 
 }  // namespace
 }  // namespace velmar::test

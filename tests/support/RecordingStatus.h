@@ -31,15 +31,15 @@ public:
   static QStringList Only(const QStringList& log, const QStringList& kinds) {
     QStringList kept;
     for (const QString& entry : log)
-      if (kinds.contains(entry.section(QLatin1Char('\t'), 0, 0))) kept.append(entry);
+      if (kinds.contains(entry.section(u'\t', 0, 0))) kept.append(entry);
     return kept;
   }
 
   // The end reports (success and error), in order.
-  static QStringList Ends(const QStringList& log) { return Only(log, {QStringLiteral("success"), QStringLiteral("error")}); }
+  static QStringList Ends(const QStringList& log) { return Only(log, {"success", "error"}); }
 
 private:
-  void Add(const char* kind, const QString& text) { log_->append(QString::fromLatin1(kind) + QLatin1Char('\t') + text); }
+  void Add(const char* kind, const QString& text) { log_->append(QString::fromLatin1(kind) + u'\t' + text); }
   std::shared_ptr<QStringList> log_;
 };
 

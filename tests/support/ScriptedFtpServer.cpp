@@ -5,22 +5,30 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <utility>
+
 #include <sys/socket.h>
 
 namespace velmar::test {
 
-ScriptAction Line(const QString& text) { return {ScriptAction::Kind::Send, text.toLatin1() + "\r\n", 0}; }
-ScriptAction Raw(const QByteArray& bytes) { return {ScriptAction::Kind::Send, bytes, 0}; }
-ScriptAction Delay(int milliseconds) { return {ScriptAction::Kind::Delay, {}, milliseconds}; }
-ScriptAction CloseControl() { return {ScriptAction::Kind::CloseControl, {}, 0}; }
-ScriptAction ResetControl() { return {ScriptAction::Kind::ResetControl, {}, 0}; }
-ScriptAction OpenPassive() { return {ScriptAction::Kind::OpenPassive, {}, 0}; }
-ScriptAction ConnectActive() { return {ScriptAction::Kind::ConnectActive, {}, 0}; }
-ScriptAction WaitDataConnected() { return {ScriptAction::Kind::WaitDataConnected, {}, 0}; }
-ScriptAction DataSend(const QByteArray& bytes) { return {ScriptAction::Kind::DataSend, bytes, 0}; }
-ScriptAction DataClose() { return {ScriptAction::Kind::DataClose, {}, 0}; }
-ScriptAction DataReset() { return {ScriptAction::Kind::DataReset, {}, 0}; }
-ScriptAction DataReceiveAll() { return {ScriptAction::Kind::DataReceiveAll, {}, 0}; }
+using namespace Qt::StringLiterals;
+using Kind = ScriptAction::Kind;
+
+ScriptAction Line(const QString& text) { return {Kind::Send, text.toLatin1() + "\r\n"}; }
+ScriptAction Raw(const QByteArray& bytes) { return {Kind::Send, bytes}; }
+ScriptAction Delay(int milliseconds) { return {Kind::Delay, {}, milliseconds}; }
+ScriptAction CloseControl() { return {Kind::CloseControl, {}}; }
+ScriptAction ResetControl() { return {Kind::ResetControl, {}}; }
+ScriptAction OpenPassive() { return {Kind::OpenPassive, {}}; }
+ScriptAction ConnectActive() { return {Kind::ConnectActive, {}}; }
+ScriptAction WaitDataConnected() { return {Kind::WaitDataConnected, {}}; }
+ScriptAction DataSend(const QByteArray& bytes) { return {Kind::DataSend, bytes}; }
+ScriptAction DataClose() { return {Kind::DataClose, {}}; }
+ScriptAction DataReset() { return {Kind::DataReset, {}}; }
+ScriptAction DataReceiveAll() { return {Kind::DataReceiveAll, {}}; }
 
 namespace {
 
@@ -49,37 +57,27 @@ void Retire(QObject* object) {
 
 struct ScriptedFtpServer::Impl {
   struct Step {
-    enum class Match { Connection, Exact, Prefix };
-    Match match;
+    enum class Match { Connection, Exact, Prefix } match;
     QString text;
     QList<ScriptAction> actions;
   };
-  // Something the script reacts to, in arrival order: a command line or a new connection.
-  struct Event {
-    bool connection = false;
-    QString command;
-  };
-
   QList<Step> steps;
   qsizetype nextStep = 0;
-  QList<Event> queue;
-  std::function<void(const QString&)> observer;
+  QList<std::optional<QString>> queue;  // what the script reacts to in turn: a command, or none for a connection
 
-  // The step whose actions are running.
-  bool running = false;
+  // The actions of the step that runs, and the next of them.
   QList<ScriptAction> actions;
   qsizetype nextAction = 0;
   std::function<bool()> waitFor;  // set while an action waits; the list goes on once it holds
   bool stopped = false;
   bool pumping = false;
-  bool pumpAgain = false;
 
   QStringList commands;
   QStringList mismatches;
   QList<QByteArray> received;
   int connectionCount = 0;
 
-  QTcpServer* controlServer = nullptr;
+  QTcpServer controlServer;
   QPointer<QTcpSocket> control;
   QByteArray controlBuffer;
 
@@ -89,25 +87,19 @@ struct ScriptedFtpServer::Impl {
   bool dataPeerClosed = false;  // the client has closed it
   QByteArray dataBuffer;
 
-  QTimer* delayTimer = nullptr;
-  bool delayOver = true;
+  QTimer delayTimer;  // single shot: inactive once the delay is over
 
-  // Receiver of every signal connection and parent of every socket, server and timer. Declared
+  // Receiver of every signal connection and parent of every socket and data listener. Declared
   // last so it goes first: its connections are cut before any socket it owns is destroyed.
   QObject context;
 
   Impl() {
-    controlServer = new QTcpServer(&context);
-    QObject::connect(controlServer, &QTcpServer::newConnection, &context, [this] { AcceptControl(); });
-    if (!controlServer->listen(QHostAddress::LocalHost, 0))
-      mismatches << QStringLiteral("cannot listen: %1").arg(controlServer->errorString());
-    delayTimer = new QTimer(&context);
-    delayTimer->setSingleShot(true);
-    delayTimer->setTimerType(Qt::PreciseTimer);
-    QObject::connect(delayTimer, &QTimer::timeout, &context, [this] {
-      delayOver = true;
-      Pump();
-    });
+    QObject::connect(&controlServer, &QTcpServer::newConnection, &context, [this] { AcceptControl(); });
+    if (!controlServer.listen(QHostAddress::LocalHost, 0))
+      mismatches << u"cannot listen: %1"_s.arg(controlServer.errorString());
+    delayTimer.setSingleShot(true);
+    delayTimer.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&delayTimer, &QTimer::timeout, &context, [this] { Pump(); });
   }
 
   void Shutdown() {
@@ -118,51 +110,41 @@ struct ScriptedFtpServer::Impl {
       socket->close();
     }
     if (passiveServer) passiveServer->close();
-    controlServer->close();
+    controlServer.close();
   }
 
   void Fail(const QString& message) {
     mismatches << message;
     stopped = true;
-    running = false;
     waitFor = nullptr;
+    nextAction = actions.size();  // nor does the rest of the step run
   }
 
   // ---- control connection
 
   void AcceptControl() {
-    while (QTcpSocket* socket = controlServer->nextPendingConnection()) {
-      if (control) {
-        QPointer<QTcpSocket> old = control;
-        QObject::disconnect(old, nullptr, nullptr, nullptr);
-        old->disconnectFromHost();  // in order; the script goes on with the new connection
-        old->deleteLater();
-      }
+    while (QTcpSocket* socket = controlServer.nextPendingConnection()) {
+      Retire(control);  // closed in order; the script goes on with the new connection
+      if (control) control->disconnectFromHost();
       socket->setParent(&context);
       control = socket;
       controlBuffer.clear();
       ++connectionCount;
       QObject::connect(socket, &QTcpSocket::readyRead, &context, [this, socket] { ReadControl(socket); });
-      queue << Event{true, {}};
+      queue << std::nullopt;
     }
     Pump();
   }
 
   void ReadControl(QTcpSocket* socket) {
     controlBuffer += TakeBytes(socket);
-    bool any = false;
-    for (;;) {
-      const qsizetype end = controlBuffer.indexOf("\r\n");
-      if (end < 0) break;
+    for (qsizetype end; (end = controlBuffer.indexOf("\r\n")) >= 0;) {
       // Latin 1 keeps every byte as one character, so a test sees exactly what was sent.
-      const QString line = QString::fromLatin1(controlBuffer.left(end));
+      commands << QString::fromLatin1(controlBuffer.left(end));
       controlBuffer.remove(0, end + 2);
-      commands << line;
-      if (observer) observer(line);
-      queue << Event{false, line};
-      any = true;
+      queue << commands.last();
     }
-    if (any) Pump();
+    Pump();
   }
 
   void SendControl(const QByteArray& bytes) {
@@ -174,14 +156,9 @@ struct ScriptedFtpServer::Impl {
   // ---- data connection
 
   void ResetDataState() {
-    Retire(data);
-    data = nullptr;
-    if (passiveServer) {
-      Retire(passiveServer);
-      passiveServer = nullptr;
-    }
-    dataConnected = false;
-    dataPeerClosed = false;
+    Retire(std::exchange(data, nullptr));
+    Retire(std::exchange(passiveServer, nullptr));
+    dataConnected = dataPeerClosed = false;
     dataBuffer.clear();
   }
 
@@ -196,14 +173,12 @@ struct ScriptedFtpServer::Impl {
     });
   }
 
-  bool OpenPassive() {
+  void OpenPassive() {
     ResetDataState();
     passiveServer = new QTcpServer(&context);
     passiveServer->setMaxPendingConnections(1);
-    if (!passiveServer->listen(QHostAddress::LocalHost, 0)) {
-      Fail(QStringLiteral("OpenPassive: cannot listen: %1").arg(passiveServer->errorString()));
-      return false;
-    }
+    if (!passiveServer->listen(QHostAddress::LocalHost, 0))
+      return Fail(u"OpenPassive: cannot listen: %1"_s.arg(passiveServer->errorString()));
     QObject::connect(passiveServer, &QTcpServer::newConnection, &context, [this] {
       QTcpSocket* socket = passiveServer->nextPendingConnection();
       if (!socket || data) return;
@@ -216,187 +191,122 @@ struct ScriptedFtpServer::Impl {
       Pump();
     });
     const quint16 port = passiveServer->serverPort();
-    SendControl(QStringLiteral("227 Entering Passive Mode (127,0,0,1,%1,%2).\r\n")
-                    .arg(port >> 8)
-                    .arg(port & 0xff)
-                    .toLatin1());
-    return true;
+    SendControl(u"227 Entering Passive Mode (127,0,0,1,%1,%2).\r\n"_s.arg(port >> 8).arg(port & 0xff).toLatin1());
   }
 
-  bool ConnectActive() {
+  // Connects to the address of the last PORT command; the script waits until the connection is up.
+  void ConnectActive() {
     ResetDataState();
-    QString address;
-    int port = -1;
-    for (qsizetype i = commands.size() - 1; i >= 0 && port < 0; --i) {
-      if (!commands[i].startsWith(QLatin1String("PORT "), Qt::CaseInsensitive)) continue;
-      const QStringList parts = commands[i].mid(5).trimmed().split(u',');
-      QList<int> numbers;
-      for (const QString& part : parts) {
-        bool ok = false;
-        const int n = part.trimmed().toInt(&ok);
-        if (ok && n >= 0 && n <= 255) numbers << n;
-      }
-      if (parts.size() != 6 || numbers.size() != 6) {
-        Fail(QStringLiteral("ConnectActive: malformed PORT command: %1").arg(commands[i]));
-        return false;
-      }
-      address = QStringLiteral("%1.%2.%3.%4").arg(numbers[0]).arg(numbers[1]).arg(numbers[2]).arg(numbers[3]);
-      port = numbers[4] * 256 + numbers[5];
+    const auto command = std::find_if(commands.crbegin(), commands.crend(),
+                                      [](const QString& c) { return c.startsWith("PORT "_L1, Qt::CaseInsensitive); });
+    if (command == commands.crend()) return Fail(u"ConnectActive: no PORT command received"_s);
+    QList<int> n;  // h1,h2,h3,h4,p1,p2; -1 for a part that is not a number from 0 to 255
+    for (const QString& part : command->mid(5).trimmed().split(u',')) {
+      bool ok = false;
+      const int value = part.trimmed().toInt(&ok);
+      n << (ok && value >= 0 && value <= 255 ? value : -1);
     }
-    if (port < 0) {
-      Fail(QStringLiteral("ConnectActive: no PORT command received"));
-      return false;
-    }
+    if (n.size() != 6 || n.contains(-1)) return Fail(u"ConnectActive: malformed PORT command: %1"_s.arg(*command));
+    const QString host = u"%1.%2.%3.%4"_s.arg(n[0]).arg(n[1]).arg(n[2]).arg(n[3]);
+    const auto port = static_cast<quint16>(n[4] * 256 + n[5]);
     auto* socket = new QTcpSocket(&context);
     AdoptData(socket);
-    QObject::connect(socket, &QTcpSocket::connected, &context, [this] {
-      dataConnected = true;
-      Pump();
-    });
-    QObject::connect(socket, &QTcpSocket::errorOccurred, &context, [this, socket, address, port] {
+    QObject::connect(socket, &QTcpSocket::connected, &context, [this] { dataConnected = true; Pump(); });
+    QObject::connect(socket, &QTcpSocket::errorOccurred, &context, [this, socket, host, port] {
       if (dataConnected) return;  // errors after the connect are the client's close or reset
-      Fail(QStringLiteral("ConnectActive: cannot connect to %1:%2: %3").arg(address).arg(port).arg(socket->errorString()));
+      Fail(u"ConnectActive: cannot connect to %1:%2: %3"_s.arg(host).arg(port).arg(socket->errorString()));
       Pump();
     });
-    socket->connectToHost(QHostAddress(address), static_cast<quint16>(port));
-    return true;
-  }
-
-  // Data actions need a data connection that was opened by an earlier action.
-  bool RequireDataConnection(const char* action) {
-    if (data || passiveServer) return true;
-    Fail(QStringLiteral("%1: no data connection was opened (OpenPassive or ConnectActive first)")
-             .arg(QLatin1String(action)));
-    return false;
+    socket->connectToHost(QHostAddress(host), port);
+    waitFor = [this] { return dataConnected; };
   }
 
   // ---- the script
 
   // Runs one action. An action that has to wait sets waitFor; one that fails stops the script.
   void Perform(const ScriptAction& action) {
-    using Kind = ScriptAction::Kind;
     switch (action.kind) {
       case Kind::Send:
-        SendControl(action.bytes);
-        break;
+        return SendControl(action.bytes);
       case Kind::Delay:
-        delayOver = false;
-        delayTimer->start(std::max(0, action.milliseconds));
-        waitFor = [this] { return delayOver; };
-        break;
+        delayTimer.start(std::max(0, action.milliseconds));
+        waitFor = [this] { return !delayTimer.isActive(); };
+        return;
       case Kind::CloseControl:
         if (control) control->disconnectFromHost();
-        break;
+        return;
       case Kind::ResetControl:
         if (control) AbortWithReset(control);
-        break;
+        return;
       case Kind::OpenPassive:
-        OpenPassive();
-        break;
+        return OpenPassive();
       case Kind::ConnectActive:
-        if (ConnectActive()) waitFor = [this] { return dataConnected; };
+        return ConnectActive();
+      default:  // a data action
         break;
-      case Kind::WaitDataConnected:
-        if (RequireDataConnection("WaitDataConnected")) waitFor = [this] { return dataConnected; };
-        break;
-      case Kind::DataSend:
-      case Kind::DataClose:
-      case Kind::DataReset:
-        // Runs once the connection is up: push the action back and wait for it.
-        if (!RequireDataConnection("data action")) break;
-        if (!dataConnected) {
-          --nextAction;
-          waitFor = [this] { return dataConnected; };
-          break;
-        }
-        if (!data || data->state() != QAbstractSocket::ConnectedState) break;
-        if (action.kind == Kind::DataSend) {
-          data->write(action.bytes);
-          data->flush();
-        } else if (action.kind == Kind::DataClose) {
-          data->disconnectFromHost();  // after the written bytes have gone out
-        } else {
-          AbortWithReset(data);
-        }
-        break;
-      case Kind::DataReceiveAll:
-        if (!RequireDataConnection("DataReceiveAll")) break;
-        waitFor = [this] {
-          if (!dataConnected) return false;
-          if (data && data->state() != QAbstractSocket::UnconnectedState && !dataPeerClosed) return false;
-          if (data) dataBuffer += TakeBytes(data);
-          received << dataBuffer;
-          dataBuffer.clear();
-          return true;
-        };
-        break;
+    }
+    // Data actions need a data connection that an earlier action opened.
+    if (!data && !passiveServer)
+      return Fail(u"data action without a data connection (OpenPassive or ConnectActive first)"_s);
+    if (action.kind == Kind::DataReceiveAll) {
+      waitFor = [this] {
+        if (!dataConnected || (data && data->state() != QAbstractSocket::UnconnectedState && !dataPeerClosed))
+          return false;
+        if (data) dataBuffer += TakeBytes(data);
+        received << std::exchange(dataBuffer, {});
+        return true;
+      };
+    } else if (!dataConnected) {  // the others wait until the connection is up, and then run
+      if (action.kind != Kind::WaitDataConnected) --nextAction;
+      waitFor = [this] { return dataConnected; };
+    } else if (data && data->state() == QAbstractSocket::ConnectedState) {
+      if (action.kind == Kind::DataSend) {
+        data->write(action.bytes);
+        data->flush();
+      } else if (action.kind == Kind::DataClose) {
+        data->disconnectFromHost();  // after the written bytes have gone out
+      } else if (action.kind == Kind::DataReset) {
+        AbortWithReset(data);
+      }
     }
   }
 
-  void Match(const Event& event) {
+  // Takes the next step for a command line, or for a new connection (no command); stops the script
+  // when it does not fit.
+  void Match(const std::optional<QString>& command) {
     if (nextStep >= steps.size()) {
-      if (!event.connection) mismatches << QStringLiteral("expected end of script, got %1").arg(event.command);
+      if (command) mismatches << u"expected end of script, got %1"_s.arg(*command);
       return;
     }
     const Step& step = steps[nextStep];
-    bool matches = false;
-    QString expected;
-    switch (step.match) {
-      case Step::Match::Connection:
-        if (!event.connection) {
-          Fail(QStringLiteral("expected a new connection, got %1").arg(event.command));
-          return;
-        }
-        matches = true;
-        break;
-      case Step::Match::Exact:
-        if (event.connection) return;  // a reconnect between commands: the script goes on
-        matches = event.command == step.text;
-        expected = step.text;
-        break;
-      case Step::Match::Prefix:
-        if (event.connection) return;
-        matches = event.command.startsWith(step.text);
-        expected = step.text + QStringLiteral("...");
-        break;
+    using enum Step::Match;
+    if (!command && step.match != Connection) return;  // a reconnect between commands: the script goes on
+    if (command && step.match == Connection) {
+      Fail(u"expected a new connection, got %1"_s.arg(*command));
+    } else if (command && (step.match == Exact ? *command != step.text : !command->startsWith(step.text))) {
+      Fail(u"expected %1%2, got %3"_s.arg(step.text, step.match == Prefix ? u"..."_s : u""_s, *command));
+    } else {
+      actions = step.actions;
+      nextAction = 0;
+      ++nextStep;
     }
-    if (!matches) {
-      Fail(QStringLiteral("expected %1, got %2").arg(expected, event.command));
-      return;
-    }
-    ++nextStep;
-    running = true;
-    actions = step.actions;
-    nextAction = 0;
   }
 
-  // Moves the script as far as it can go now. Every event ends up here; a call made while it
-  // runs (a socket signal raised by an action) only asks it to go round once more.
+  // Moves the script as far as it can go now. Every event ends up here. A call made while it runs
+  // (a socket signal raised by an action) returns at once: the loop looks at everything again
+  // after each action.
   void Pump() {
-    if (pumping) {
-      pumpAgain = true;
-      return;
-    }
+    if (pumping) return;
     pumping = true;
-    do {
-      pumpAgain = false;
-      while (!stopped) {
-        if (running) {
-          if (waitFor) {
-            if (!waitFor()) break;
-            waitFor = nullptr;
-          }
-          if (nextAction >= actions.size()) {
-            running = false;
-            continue;
-          }
-          Perform(actions[nextAction++]);
-          continue;
-        }
-        if (queue.isEmpty()) break;
+    while (!stopped && (!waitFor || waitFor())) {
+      waitFor = nullptr;
+      if (nextAction < actions.size())
+        Perform(actions[nextAction++]);
+      else if (!queue.isEmpty())
         Match(queue.takeFirst());
-      }
-    } while (pumpAgain);
+      else
+        break;
+    }
     pumping = false;
   }
 };
@@ -405,7 +315,7 @@ ScriptedFtpServer::ScriptedFtpServer() : impl_(std::make_unique<Impl>()) {}
 
 ScriptedFtpServer::~ScriptedFtpServer() { impl_->Shutdown(); }
 
-quint16 ScriptedFtpServer::Port() const { return impl_->controlServer->serverPort(); }
+quint16 ScriptedFtpServer::Port() const { return impl_->controlServer.serverPort(); }
 
 ScriptedFtpServer& ScriptedFtpServer::OnConnect(QList<ScriptAction> actions) {
   impl_->steps << Impl::Step{Impl::Step::Match::Connection, {}, std::move(actions)};
@@ -422,20 +332,14 @@ ScriptedFtpServer& ScriptedFtpServer::ExpectPrefix(const QString& prefix, QList<
   return *this;
 }
 
-void ScriptedFtpServer::SetCommandObserver(std::function<void(const QString& command)> observer) {
-  impl_->observer = std::move(observer);
-}
-
 QStringList ScriptedFtpServer::Commands() const { return impl_->commands; }
 QStringList ScriptedFtpServer::Mismatches() const { return impl_->mismatches; }
-
 bool ScriptedFtpServer::ScriptDone() const {
-  return !impl_->stopped && !impl_->running && impl_->nextStep >= impl_->steps.size();
+  return !impl_->stopped && !impl_->waitFor && impl_->nextAction >= impl_->actions.size() &&
+         impl_->nextStep >= impl_->steps.size();
 }
-
 QList<QByteArray> ScriptedFtpServer::ReceivedData() const { return impl_->received; }
 int ScriptedFtpServer::ConnectionCount() const { return impl_->connectionCount; }
-
 bool ScriptedFtpServer::ClientConnected() const {
   return impl_->control && impl_->control->state() == QAbstractSocket::ConnectedState;
 }

@@ -1,65 +1,49 @@
 #pragma once
-// An in-process FTP server that follows a script, for exact reply sequences that a real
-// server will not produce. It runs on the test's own event loop (Qt sockets, not the
-// library's), listens on 127.0.0.1 on a free port, serves one control connection at a
-// time, and records every command line it receives.
+// An in-process FTP server that follows a script, for exact reply sequences that a real server
+// will not produce. It runs on the test's own event loop (Qt sockets, not the library's), listens
+// on 127.0.0.1 on a free port, serves one control connection at a time, and records every
+// command line it receives.
 //
-// A script is a list of steps. The first step runs when a client connects (usually the
-// greeting); each further step waits for one command line, checks it, then runs its
-// actions in order. Actions may wait (a delay, the data connection to open, the client to
-// close the data connection), so replies can be split across reads, delayed, or ordered
-// against the data connection's close.
+// A script is a list of steps. An OnConnect step waits for a client to connect, any other step
+// for one command line, which it checks; then the step runs its actions in order. Actions may
+// wait (a delay, the data connection to open, the client to close it), so replies can be split
+// across reads, delayed, or ordered against the data connection's close. A new connection while
+// the script waits for a command is taken as it comes (the script goes on).
 //
-// Bytes and text: a received command line becomes a QString one character per byte (ISO
-// Latin 1), and Line() sends its text as Latin 1, so a test sees and sends exact bytes. To
-// expect UTF-8 from the client, write Expect(QString::fromLatin1(QString("STOR \u00fc").toUtf8())),
-// and send UTF-8 with Raw(). A new connection while the script waits for a command is taken
-// as it comes (the script goes on); an OnConnect step later in the script waits for a
-// reconnect. A script error (mismatch, ConnectActive without PORT, data action without a data
-// connection) stops the script and is listed in Mismatches().
+// Bytes: a command line becomes a QString one character per byte (Latin 1), and Line() sends
+// Latin 1, so a test sees and sends exact bytes. To expect UTF-8 from the client, write
+// Expect(QString::fromLatin1(QString("STOR \u00fc").toUtf8())), and send UTF-8 with Raw().
 #include <QByteArray>
 #include <QHostAddress>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <functional>
 #include <memory>
 
 namespace velmar::test {
 
 struct ScriptAction {
-  enum class Kind {
-    Send,              // write bytes on the control connection (as one write)
-    Delay,             // wait milliseconds before the next action
-    CloseControl,      // close the control connection in order
-    ResetControl,      // abort it with a TCP reset
-    OpenPassive,       // listen for a data connection and reply "227 ... (h1,h2,h3,h4,p1,p2)."
-    ConnectActive,     // connect to the address of the last PORT command
-    WaitDataConnected, // wait until the data connection is up
-    DataSend,          // write bytes on the data connection
-    DataClose,         // close the data connection in order
-    DataReset,         // abort the data connection with a TCP reset
-    DataReceiveAll,    // wait until the client closes the data connection; keep the bytes
-  };
+  enum class Kind { Send, Delay, CloseControl, ResetControl, OpenPassive, ConnectActive, WaitDataConnected,
+                    DataSend, DataClose, DataReset, DataReceiveAll };
   Kind kind;
   QByteArray bytes;
   int milliseconds = 0;
 };
 
-// Builders for actions. Line() appends CR LF.
-ScriptAction Line(const QString& text);
-ScriptAction Raw(const QByteArray& bytes);
-ScriptAction Delay(int milliseconds);
-ScriptAction CloseControl();
-ScriptAction ResetControl();
-ScriptAction OpenPassive();   // sends the 227 line itself
-ScriptAction ConnectActive();
-ScriptAction WaitDataConnected();
-ScriptAction DataSend(const QByteArray& bytes);
-ScriptAction DataClose();
-ScriptAction DataReset();
-ScriptAction DataReceiveAll();
+// The actions of a step, each run when the one before has ended.
+ScriptAction Line(const QString& text);          // sends the text, and CR LF, on the control connection
+ScriptAction Raw(const QByteArray& bytes);       // sends the bytes as they are (as one write)
+ScriptAction Delay(int milliseconds);            // waits before the next action
+ScriptAction CloseControl();                     // closes the control connection in order
+ScriptAction ResetControl();                     // aborts it with a TCP reset
+ScriptAction OpenPassive();                      // listens for a data connection, replies "227 ... (h1,...,p2)."
+ScriptAction ConnectActive();                    // connects to the address of the last PORT command
+ScriptAction WaitDataConnected();                // waits until the data connection is up
+ScriptAction DataSend(const QByteArray& bytes);  // writes bytes on the data connection, once it is up
+ScriptAction DataClose();                        // closes the data connection in order
+ScriptAction DataReset();                        // aborts the data connection with a TCP reset
+ScriptAction DataReceiveAll();  // waits until the client closes the data connection; keeps the bytes
 
 class ScriptedFtpServer : public QObject {
 public:
@@ -75,13 +59,11 @@ public:
   ScriptedFtpServer& Expect(const QString& command, QList<ScriptAction> actions);
   // Like Expect, for any command that starts with `prefix`.
   ScriptedFtpServer& ExpectPrefix(const QString& prefix, QList<ScriptAction> actions);
-  // Called with every command received, before it is matched (for tests that look at
-  // timing or state at the moment a command arrives).
-  void SetCommandObserver(std::function<void(const QString& command)> observer);
 
   // Every command line received, in order, without CR LF.
   QStringList Commands() const;
-  // Every script error (unexpected command, command after the script's end), or empty.
+  // Every script error, or empty. An unexpected command, ConnectActive without PORT, or a data
+  // action without a data connection stops the script; a command after its end does not.
   QStringList Mismatches() const;
   // True when every step of the script has run to its end.
   bool ScriptDone() const;

@@ -58,16 +58,6 @@ struct RawSocket {
 
 using State = RawSocket::State;
 
-// Sends PASV and returns the port of the 227 reply (0 without one within 5 s).
-quint16 Pasv(RawSocket& control) {
-  static const QRegularExpression pattern(R"(227 Entering Passive Mode \(127,0,0,1,(\d+),(\d+)\)\.\r\n)");
-  control.Send("PASV\r\n");
-  QRegularExpressionMatch match;
-  const auto found = [&] { return (match = pattern.match(QString::fromLatin1(control.received))).hasMatch(); };
-  RunUntil([&] { return control.Poll() == State::Open && found(); }, 5000);
-  return match.hasMatch() ? static_cast<quint16>(match.captured(1).toInt() * 256 + match.captured(2).toInt()) : 0;
-}
-
 TEST(ScriptedFtpServer, RepliesByteForByteAndAMismatchStopsTheScriptButNotTheConnection) {
   using Script = std::function<void(ScriptedFtpServer&)>;
   const struct { Script script; QByteArray sent; QString error; QByteArray replies; bool done; State end; } rows[] = {
@@ -144,7 +134,12 @@ TEST(ScriptedFtpServer, APassiveListenerTakesOneConnectionAndTheDestructorCloses
     auto server = std::make_unique<ScriptedFtpServer>();
     server->Expect("PASV", {OpenPassive()}).Expect("RETR f", QList{WaitDataConnected(), Line("150 ok")} + row.end);
     RawSocket control(server->Port());
-    const quint16 port = Pasv(control);
+    control.Send("PASV\r\n");
+    ASSERT_TRUE(control.WaitFor(").\r\n"));
+    const auto pasv = QRegularExpression(R"(^227 Entering Passive Mode \(127,0,0,1,(\d+),(\d+)\)\.\r\n$)")
+                          .match(QString::fromLatin1(control.received));
+    ASSERT_TRUE(pasv.hasMatch()) << control.received.toStdString();
+    const auto port = static_cast<quint16>(pasv.captured(1).toInt() * 256 + pasv.captured(2).toInt());
     RawSocket data(port);
     ASSERT_TRUE(data.connected);
     control.Send("RETR f\r\n");

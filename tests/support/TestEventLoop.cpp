@@ -14,8 +14,7 @@ bool RunUntil(const std::function<bool()>& done, int timeoutMs) {
   // Wakes the waiting event loop now and then, so it never sleeps past the deadline.
   QTimer wakeUp;
   wakeUp.setTimerType(Qt::PreciseTimer);
-  wakeUp.setInterval(5);
-  wakeUp.start();
+  wakeUp.start(5);
   while (!done()) {
     const qint64 left = deadline.remainingTime();
     if (left <= 0) return done();

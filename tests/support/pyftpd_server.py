@@ -7,7 +7,6 @@ serves until SIGTERM or until stdin is closed, so it never outlives the test tha
 import argparse
 import logging
 import os
-import signal
 import sys
 import threading
 
@@ -23,13 +22,7 @@ def main():
     parser.add_argument("--user", required=True)
     parser.add_argument("--password", required=True)
     parser.add_argument("--tls", metavar="CERTFILE", help="PEM file with certificate and private key")
-    parser.add_argument("--passive-ports", default="29000-29999")
     args = parser.parse_args()
-
-    try:
-        low, high = (int(p) for p in args.passive_ports.split("-"))
-    except ValueError:
-        fail("--passive-ports wants LOW-HIGH, got %r" % args.passive_ports)
 
     try:
         from pyftpdlib.authorizers import DummyAuthorizer
@@ -38,27 +31,23 @@ def main():
     except ImportError:
         fail("python module pyftpdlib is missing (%s); install python3-pyftpdlib" % sys.executable)
 
+    base = FTPHandler
     if args.tls:
         try:
-            from pyftpdlib.handlers import TLS_FTPHandler
+            from pyftpdlib.handlers import TLS_FTPHandler as base
         except ImportError:
             fail("pyftpdlib has no TLS support here; install python3-openssl")
-        base = TLS_FTPHandler
-    else:
-        base = FTPHandler
 
     logging.basicConfig(level=logging.WARNING, stream=sys.stderr)
 
-    authorizer = DummyAuthorizer()
-    authorizer.add_user(args.user, args.password, args.root, perm="elradfmwMT")
-
     class Handler(base):
-        pass
+        authorizer = DummyAuthorizer()
+        # Below the ephemeral range, clear of vsftpd's 31000-31999.
+        passive_ports = list(range(29000, 30000))
+        # A wrong password is answered after this delay; the default of 3 s only slows tests down.
+        auth_failed_timeout = 0.1
 
-    Handler.authorizer = authorizer
-    Handler.passive_ports = list(range(low, high + 1))
-    # A wrong password is answered after this delay; the default of 3 s only slows tests down.
-    Handler.auth_failed_timeout = 0.1
+    Handler.authorizer.add_user(args.user, args.password, args.root, perm="elradfmwMT")
     if args.tls:
         Handler.certfile = args.tls
         # Plain logins keep working on the TLS server; the client chooses the upgrade.
@@ -70,21 +59,15 @@ def main():
     except Exception as error:  # a bad certificate shows up here
         fail("cannot start the server: %s" % error)
 
-    def stop(signum, frame):
-        raise SystemExit(0)
-
-    signal.signal(signal.SIGTERM, stop)
-
-    def watch_stdin():
-        # Raw reads: a buffered reader would hold its lock while the interpreter shuts down.
+    def exit_when_stdin_closes():
         try:
             while os.read(0, 4096):
                 pass
         except OSError:
             pass
-        os.kill(os.getpid(), signal.SIGTERM)
+        os._exit(0)
 
-    threading.Thread(target=watch_stdin, daemon=True).start()
+    threading.Thread(target=exit_when_stdin_closes, daemon=True).start()
 
     print(server.address[1], flush=True)
     server.serve_forever()
