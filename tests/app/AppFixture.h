@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 namespace velmar::test {
 
@@ -34,10 +35,7 @@ protected:
   void SetUp() override {
     ASSERT_TRUE(config.isValid());
     qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    Globals::Server.clear();
-    Globals::ServerPath.clear();
-    Globals::LoginID.clear();
-    Globals::Password.clear();
+    SetAll({"", "", "", ""});
     Globals::Session.clear();
     AppHooks::SetBeepHook([this] { ++beeps; });
     AppHooks::SetQuitHook([this](int status) { quits.append(status); });
@@ -66,6 +64,11 @@ protected:
   }
 
   QString PreferencesPath() const { return config.filePath(QStringLiteral("Skelvane")); }
+  // The four settings, in the order of the preferences file's lines.
+  static void SetAll(const QStringList& v) {
+    std::tie(Globals::Server, Globals::ServerPath, Globals::LoginID, Globals::Password) = std::tie(v[0], v[1], v[2], v[3]);
+  }
+  static QStringList All() { return {Globals::Server, Globals::ServerPath, Globals::LoginID, Globals::Password}; }
 };
 
 }  // namespace velmar::test

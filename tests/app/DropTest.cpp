@@ -8,8 +8,6 @@
 #include "app/DropRunner.h"
 #include "app/FileTypes.h"
 #include "app/Listbox.h"
-#include "platform/FolderItem.h"
-#include "session/FTPCommandSocket.h"
 #include "session/FTPStatusClass.h"
 #include "support/QtPrinters.h"
 #include "support/ScriptedFtpServer.h"
@@ -25,66 +23,60 @@
 namespace velmar::test {
 namespace {
 
-QList<ScriptAction> Stored() { return {Line("150 go"), DataReceiveAll(), Line("226 done")}; }
-
 class DropTest : public AppFixture {
 protected:
   QTemporaryDir local;
   // The servers by session ID; the drop points each new session at the server of its ID.
   std::map<QString, std::unique_ptr<ScriptedFtpServer>> servers;
   QList<std::shared_ptr<FTPSessionClass>> started;
-  // row changes as "row<TAB>id<TAB>text", as the headless mode prints them
-  QStringList rowChanges;
+  QStringList rowChanges;  // "row<TAB>id<TAB>text", as the headless mode prints them
 
   void SetUp() override {
     AppFixture::SetUp();
     ASSERT_TRUE(local.isValid());
-    Globals::Server = "127.0.0.1";
-    Globals::LoginID = "u";
-    Globals::Password = "p";
+    SetAll({"127.0.0.1", "", "u", "p"});
     MainWindow::SetNewSessionHook([this](FTPSessionClass& session) {
       auto found = servers.find(session.ID);
       ASSERT_NE(found, servers.end()) << "no server for session " << session.ID.toStdString();
-      // The app's own choice, before the test points the session elsewhere.
-      EXPECT_EQ(session.CommandPort, 21);
+      EXPECT_EQ(session.CommandPort, 21);  // the app's own choice, before the test's
       session.CommandPort = found->second->Port();
       started.append(session.shared_from_this());
     });
-    MainWindow::SetRowObserver([this](int, const QString& id, const QString& text) {
-      rowChanges.append("row\t" + id + "\t" + text);
-    });
+    MainWindow::SetRowObserver(
+        [this](int, const QString& id, const QString& text) { rowChanges << "row\t" + id + "\t" + text; });
   }
-
   void TearDown() override {
-    // Sessions of an earlier drop are no longer in Globals::Session.
-    for (const auto& session : started) session->EndFTPSession(QString());
+    for (const auto& session : started) session->EndFTPSession(QString());  // earlier drops' too
     started.clear();
     AppFixture::TearDown();
     servers.clear();
   }
 
-  ScriptedFtpServer& Server(const QString& id) {
+  MainWindow& Window() { return *MainWindow::Instance(); }
+  Listbox& Rows() { return *Window().StatusListBox; }
+  QStringList Column(int column) {
+    QStringList cells;
+    for (int row = 0; row < Rows().ListCount(); ++row) cells.append(Rows().Cell(row, column));
+    return cells;
+  }
+  ScriptedFtpServer& Server(const QString& id, const QString& pass = {}) {
     auto& slot = servers[id];
     if (!slot) slot = std::make_unique<ScriptedFtpServer>();
+    if (!pass.isEmpty())
+      slot->OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line(pass)});
     return *slot;
   }
-  ScriptedFtpServer& Logon(const QString& id, const QString& passAnswer = "230 in") {
-    return Server(id).OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line(passAnswer)});
-  }
-  // The upload of one file by session `id`, into `folder` first where one is given.
-  ScriptedFtpServer& PutFile(const QString& id, const QString& name, const QString& folder = {},
-                             QList<ScriptAction> quit = {Line("221 bye")}) {
-    ScriptedFtpServer& server = folder.isEmpty() ? Logon(id) : Logon(id).Expect("CWD " + folder, {Line("250 ok")});
-    return server.Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()}).Expect("STOR " + name, Stored())
-        .Expect("QUIT", quit);
-  }
-  // The upload of a folder holding one file, made on the server first where `make`.
-  void PutDir(const QString& id, const QString& folder, const QString& file, bool make) {
-    ScriptedFtpServer& server = Logon(id);
+  // Session `id` uploads `file`: into `folder` where one is given, which a folder's upload
+  // (`dir`) makes first where `make`.
+  void Put(const QString& id, const QString& file, const QString& folder = {}, bool dir = false, bool make = false,
+           QList<ScriptAction> quit = {Line("221 bye")}) {
+    ScriptedFtpServer& server = Server(id, "230 in");
     if (make) server.Expect("CWD " + folder, {Line("550 no")}).Expect("MKD " + folder, {Line("257 made")});
-    server.Expect("CWD " + folder, {Line("250 ok")}).Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()})
-        .Expect("STOR " + file, Stored()).Expect("PASV", {OpenPassive()}).Expect("CDUP", {Line("250 ok")})
-        .Expect("QUIT", {Line("221 bye")});
+    if (!folder.isEmpty()) server.Expect("CWD " + folder, {Line("250 ok")});
+    server.Expect("TYPE I", {Line("200 ok")}).Expect("PASV", {OpenPassive()})
+        .Expect("STOR " + file, {Line("150 go"), DataReceiveAll(), Line("226 done")});
+    if (dir) server.Expect("PASV", {OpenPassive()}).Expect("CDUP", {Line("250 ok")});
+    server.Expect("QUIT", quit);
   }
   // A local file (made with the given bytes) by its path.
   QString Local(const QString& name, const QByteArray& bytes = "x") {
@@ -93,155 +85,117 @@ protected:
   }
   void Drop(const QStringList& paths) {
     QList<QUrl> urls;
-    for (const QString& path : paths) urls.append(QUrl::fromLocalFile(path));
-    MainWindow::Instance()->DropUrls(urls);
+    for (const QString& path : paths) urls.append(path.startsWith('/') ? QUrl::fromLocalFile(path) : QUrl(path));
+    Window().DropUrls(urls);
   }
-  Listbox& Rows() { return *MainWindow::Instance()->StatusListBox; }
-  QStringList Column(int column) {
-    QStringList cells;
-    for (int row = 0; row < Rows().ListCount(); ++row) cells.append(Rows().Cell(row, column));
-    return cells;
-  }
-  bool AllEnded() {
+  // Waits until every row shows an end, then every server must have had its script.
+  void Ends(const QStringList& ends) {
     const bool ended = RunUntil([&] {
       for (const QString& text : Column(2))
         if (!Globals::Session.first()->SuccessfulMessage(text) && !text.startsWith("Error")) return false;
       return true;
     });
-    // Where it stopped: the rows and what each server saw.
-    std::string state = "rows: " + Column(2).join(" | ").toStdString();
-    for (const auto& [id, server] : servers)
-      state += "\nserver " + id.toStdString() + ": " + (server->Commands() + server->Mismatches()).join(", ").toStdString();
-    EXPECT_TRUE(ended) << state << "\nrow changes:\n" << rowChanges.join('\n').toStdString();
-    return ended;
-  }
-  void NoMismatches() {
     for (const auto& [id, server] : servers) EXPECT_EQ(server->Mismatches(), QStringList()) << id.toStdString();
+    ASSERT_TRUE(ended) << Column(2).join(" | ").toStdString() << "\n" << rowChanges.join('\n').toStdString();
+    EXPECT_EQ(Column(2), ends);
+    EXPECT_EQ(Column(1), QStringList(ends.size(), "File Transfer"));
   }
 };
 
-TEST_F(DropTest, FilesAndAFolderGetARowAndASessionEachAndArriveOnTheServers) {
+TEST_F(DropTest, FilesAndFoldersGetARowAndASessionEachAndArriveOnTheServers) {
   Globals::ServerPath = "/up";
   Local("tree/f", "file f");
   Local("tree/empty", "");  // left out of a folder
-  PutFile("0", "one.txt", "/up");
-  PutFile("1", "two words.bin", "/up");
-  PutDir("2", "/up/tree", "f", true);  // a folder goes under the server path with its own name
-  Drop({Local("one.txt", "first file"), Local("two words.bin", QByteArray(5000, 'x')), local.filePath("tree")});
-  ASSERT_EQ(Globals::Session.size(), 3);
+  Put("0", "one.txt", "/up");
+  Put("1", "two words.bin", "/up");
+  Put("2", "f", "/up/tree", true, true);  // a folder goes under the server path with its own name
+  // Links that are not local files are left out.
+  Drop({Local("one.txt", "first file"), "https://example.org/a", Local("two words.bin", QByteArray(5000, 'x')),
+        local.filePath("tree")});
   EXPECT_EQ(Column(0), (QStringList{"0", "1", "2"}));
   // All three connect at once: each server has its client before any session has ended.
   ASSERT_TRUE(RunUntil([&] { return servers["0"]->ConnectionCount() && servers["1"]->ConnectionCount() &&
                                     servers["2"]->ConnectionCount(); }));
-  ASSERT_TRUE(AllEnded());
-  EXPECT_EQ(Column(1), (QStringList{"File Transfer", "File Transfer", "File Transfer"}));
-  EXPECT_EQ(Column(2), (QStringList{"File Transfer Complete.", "File Transfer Complete.",
-                                    "Directory Transfer Complete."}));
-  NoMismatches();
+  Ends({"File Transfer Complete.", "File Transfer Complete.", "Directory Transfer Complete."});
   EXPECT_EQ(servers["0"]->ReceivedData(), QList<QByteArray>{"first file"});
   EXPECT_EQ(servers["1"]->ReceivedData(), QList<QByteArray>{QByteArray(5000, 'x')});
   EXPECT_EQ(servers["2"]->ReceivedData(), QList<QByteArray>{"file f"});
-  EXPECT_TRUE(MainWindow::Instance()->ChasingArrows1->isHidden());
   // The reports reached the rows in between, progress included.
   EXPECT_TRUE(rowChanges.contains("row\t1\tTransferring: 4 KB")) << rowChanges.join('\n').toStdString();
-  EXPECT_TRUE(rowChanges.contains("row\t2\tCreate directory: /up/tree"));
+
   // With an empty server path a folder goes to the root and a file needs no CWD; Cancel
   // after the end replaces the result.
   Globals::ServerPath.clear();
   Local("d/x");
   servers.clear();
-  PutDir("0", "/d", "x", false);
-  PutFile("1", "f");
+  Put("0", "x", "/d", true);
+  Put("1", "f");
   Drop({local.filePath("d"), Local("f")});
-  ASSERT_TRUE(AllEnded());
-  EXPECT_EQ(Column(2), (QStringList{"Directory Transfer Complete.", "File Transfer Complete."}));
-  NoMismatches();
+  Ends({"Directory Transfer Complete.", "File Transfer Complete."});
   Rows().SetListIndex(0);
-  MainWindow::Instance()->CancelPushButton->click();
+  Window().CancelPushButton->click();
   EXPECT_EQ(Column(2), (QStringList{"Session cancelled by user.", "File Transfer Complete."}));
-}
 
-TEST_F(DropTest, ServerPathEndingInASlashIsNotNormalised) {
+  // A server path ending in "/" is taken as it is.
   Globals::ServerPath = "/up/";
-  Local("d/x");
-  Logon("0").Expect("CWD /up//d", {Line("550 no such directory")}).Expect("MKD /up//d", {Line("550 refused")});
+  servers.clear();
+  Server("0", "230 in").Expect("CWD /up//d", {Line("550 no such directory")}).Expect("MKD /up//d", {Line("550 refused")});
   Drop({local.filePath("d")});
-  ASSERT_TRUE(AllEnded());
-  EXPECT_EQ(Column(2), QStringList{"Error: 550 refused\n"});
-  EXPECT_EQ(servers["0"]->Mismatches(), QStringList());
+  Ends({"Error: 550 refused\n"});
 }
 
-TEST_F(DropTest, AReportThatArrivesDuringTheYieldOfAnOlderOneStaysInTheRow) {
-  MainWindow& window = *MainWindow::Instance();
+TEST_F(DropTest, AReportDuringTheYieldOfAnotherStaysNewestAndDoesNotYieldAgain) {
+  // The yield runs at most once a millisecond, hence the pauses before each report.
+  // The newer report of "0" is delivered by the yield after row 0, before the older one
+  // reaches row 1: it stays, and only a later report replaces it.
   Rows().AddRow("1");
   Rows().AddRow("0");
-  // The newer report is delivered by the yield after row 0, before the older one reaches
-  // row 1; the yield runs at most once a millisecond, hence the pause before.
-  QMetaObject::invokeMethod(&window, [&] { window.UpdateStatus("0", "File Transfer Complete."); },
-                            Qt::QueuedConnection);
+  QMetaObject::invokeMethod(&Window(), [&] { Window().UpdateStatus("0", "File Transfer Complete."); }, Qt::QueuedConnection);
   QThread::msleep(5);
-  window.UpdateStatus("0", "FTP Session Complete.");
-  EXPECT_EQ(Rows().Cell(1, 2), "File Transfer Complete.");
+  Window().UpdateStatus("0", "FTP Session Complete.");
   EXPECT_EQ(rowChanges, QStringList{"row\t0\tFile Transfer Complete."});
-  // A later report still replaces it.
-  window.UpdateStatus("0", "Session cancelled by user.");
-  EXPECT_EQ(Rows().Cell(1, 2), "Session cancelled by user.");
-}
+  Window().UpdateStatus("0", "Session cancelled by user.");
+  EXPECT_EQ(Column(2), (QStringList{"", "Session cancelled by user."}));
 
-TEST_F(DropTest, AReportInsideTheYieldOfAnotherDoesNotYieldAgain) {
-  MainWindow& window = *MainWindow::Instance();
-  Rows().AddRow("0");
-  Rows().AddRow("1");
-  bool laterEventRan = false;
-  bool ranInsideNestedReport = true;
-  QMetaObject::invokeMethod(
-      &window,
-      [&] {
-        QMetaObject::invokeMethod(&window, [&] { laterEventRan = true; }, Qt::QueuedConnection);
-        QThread::msleep(5);
-        window.UpdateStatus("1", "inner");
-        ranInsideNestedReport = laterEventRan;
-      },
-      Qt::QueuedConnection);
+  // A report inside the yield of another leaves the next event to the outer yield instead
+  // of nesting another loop.
+  bool laterEventRan = false, ranInsideNestedReport = true;
+  QMetaObject::invokeMethod(&Window(), [&] {
+    QMetaObject::invokeMethod(&Window(), [&] { laterEventRan = true; }, Qt::QueuedConnection);
+    QThread::msleep(5);
+    Window().UpdateStatus("0", "inner");
+    ranInsideNestedReport = laterEventRan;
+  }, Qt::QueuedConnection);
   QThread::msleep(5);
-  window.UpdateStatus("0", "outer");
+  Window().UpdateStatus("1", "outer");
   EXPECT_EQ(Column(2), (QStringList{"outer", "inner"}));
-  // The nested report left the event to the outer yield instead of nesting another loop.
   EXPECT_FALSE(ranInsideNestedReport);
   EXPECT_TRUE(RunUntil([&] { return laterEventRan; }, 1000));
 }
 
-TEST_F(DropTest, StatusReceiverWritesIntoEveryRowOfItsSessionAndTheFirstEndHidesTheIndicator) {
-  MainWindow& window = *MainWindow::Instance();
-  Rows().AddRow("0");
-  Rows().AddRow("1");
-  Rows().AddRow("0");
+TEST_F(DropTest, StatusReceiverWritesIntoEveryRowOfItsSessionAndEachEndHidesTheIndicator) {
+  for (const QString id : {"0", "1", "0"}) Rows().AddRow(id);
   auto first = std::make_shared<FTPSessionClass>("0");
   auto second = std::make_shared<FTPSessionClass>("1");
-  auto orphan = std::make_shared<FTPSessionClass>("9");
-  ASSERT_NE(dynamic_cast<AppStatus*>(first->FTPStatusInstance.get()), nullptr);
   FTPStatusClass& one = *first->FTPStatusInstance;
   FTPStatusClass& two = *second->FTPStatusInstance;
-
   one.Status_FTP("Send UserID");
   EXPECT_EQ(Column(1), (QStringList{"File Transfer", "", "File Transfer"}));
-  EXPECT_EQ(Column(2), (QStringList{"Send UserID", "", "Send UserID"}));
   EXPECT_EQ(rowChanges, (QStringList{"row\t0\tSend UserID", "row\t0\tSend UserID"}));
   two.Progress_FTP(1048577);
   one.Response_FTP("220 hidden dialogue");
-  orphan->FTPStatusInstance->Status_FTP("into nothing");
+  std::make_shared<FTPSessionClass>("9")->FTPStatusInstance->Status_FTP("into nothing");
   EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Transferring: 1.0 MB", "Send UserID"}));
   EXPECT_EQ(rowChanges.size(), 3);
-
-  window.ChasingArrows1->setVisible(true);
+  // One indicator for all: the first end hides it; the other session goes on writing into its row.
+  Window().ChasingArrows1->setVisible(true);
   one.Successful_FTP("File Transfer Complete.");
-  EXPECT_TRUE(window.ChasingArrows1->isHidden());
-  // The other session goes on writing into its row.
+  EXPECT_TRUE(Window().ChasingArrows1->isHidden());
   two.Progress_FTP(100);
   EXPECT_EQ(Rows().Cell(1, 2), "Transferring: 100 bytes");
-  window.ChasingArrows1->setVisible(true);
+  Window().ChasingArrows1->setVisible(true);
   two.Error_FTP("Error: 104");
-  EXPECT_TRUE(window.ChasingArrows1->isHidden());
+  EXPECT_TRUE(Window().ChasingArrows1->isHidden());
   EXPECT_EQ(Column(2), (QStringList{"File Transfer Complete.", "Error: 104", "File Transfer Complete."}));
 }
 
@@ -251,22 +205,21 @@ TEST_F(DropTest, CancelEndsTheSelectedSessionOnlyWithoutAbor) {
   Drop({Local("a"), Local("b")});
   ASSERT_TRUE(RunUntil([&] { return Column(2) == QStringList{"Send UserID", "Send UserID"}; }));
   // Without a selected row: a beep, and nothing is cancelled.
-  MainWindow::Instance()->CancelPushButton->click();
+  Window().CancelPushButton->click();
   EXPECT_EQ(beeps, 1);
   EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Send UserID"}));
   Rows().SetListIndex(1);
-  MainWindow::Instance()->CancelPushButton->click();
+  Window().CancelPushButton->click();
   EXPECT_EQ(beeps, 1);
   EXPECT_EQ(Column(2), (QStringList{"Send UserID", "Session cancelled by user."}));
   EXPECT_EQ(Globals::Session[1]->CommandSocket, nullptr);
-  EXPECT_EQ(Globals::Session[1]->DataSocket, nullptr);
   EXPECT_NE(Globals::Session[0]->CommandSocket, nullptr);
   EXPECT_TRUE(RunUntil([&] { return !servers["1"]->ClientConnected(); }));
   EXPECT_TRUE(servers["0"]->ClientConnected());
   EXPECT_EQ(servers["1"]->Commands(), QStringList{"USER u"});  // no ABOR
   // A second Cancel on the row repeats the message.
   Rows().SetCell(1, 2, "changed");
-  MainWindow::Instance()->CancelPushButton->click();
+  Window().CancelPushButton->click();
   EXPECT_EQ(Rows().Cell(1, 2), "Session cancelled by user.");
 }
 
@@ -279,7 +232,6 @@ TEST_F(DropTest, ASecondDropStartsAgainAtIdZeroAndOldReportsLandInTheNewRows) {
   const std::weak_ptr<FTPSessionClass> oldSession = Globals::Session[0];
   const std::unique_ptr<ScriptedFtpServer> oldZero = std::move(servers["0"]);
   ASSERT_TRUE(RunUntil([&] { return oldZero->Commands() == QStringList{"USER u"}; }));
-
   // Second drop: one item, again ID "0", to a new server that never greets.
   Server("0");
   Drop({Local("c")});
@@ -292,61 +244,46 @@ TEST_F(DropTest, ASecondDropStartsAgainAtIdZeroAndOldReportsLandInTheNewRows) {
   EXPECT_FALSE(oldSession.expired());
 }
 
-TEST_F(DropTest, ADragWithoutLocalFilesEmptiesTheListAndSaysSo) {
+TEST_F(DropTest, TheWindowsDropEventStartsTheSameDropAndTheIndicatorTurns) {
+  Window().show();
+  Server("0").OnConnect({Line("220 ready")});  // then silent: the session waits at USER
+  // Sends a drag's enter and drop; gives whether each was accepted.
+  const auto dragAndDrop = [&](QMimeData& data) {
+    QDragEnterEvent enter(QPoint(250, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QDropEvent drop(QPointF(250, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    enter.ignore();
+    drop.ignore();
+    QCoreApplication::sendEvent(&Window(), &enter);
+    QCoreApplication::sendEvent(&Window(), &drop);
+    return std::pair(enter.isAccepted(), drop.isAccepted());
+  };
+  QMimeData text, links, files;
+  text.setText("just text");
+  links.setUrls({QUrl("https://example.org/file.txt"), QUrl("mailto:x@example.org")});
+  files.setUrls({QUrl::fromLocalFile(Local("a"))});
+  EXPECT_EQ(dragAndDrop(text), std::pair(false, false));
+  // Links are taken, but a drop without local files empties the list and says so.
   Rows().AddRow("0");
   Globals::Session.append(std::make_shared<FTPSessionClass>("0"));
-  MainWindow::Instance()->DropUrls({QUrl("https://example.org/file.txt")});
+  EXPECT_EQ(dragAndDrop(links), std::pair(true, true));
+  ASSERT_TRUE(RunUntil([&] { return !messages.isEmpty(); }));
   EXPECT_EQ(messages, QStringList{"Not Folder or File."});
   EXPECT_EQ(Rows().ListCount(), 0);
   EXPECT_TRUE(Globals::Session.isEmpty());
-  EXPECT_TRUE(MainWindow::Instance()->ChasingArrows1->isHidden());
-}
+  EXPECT_TRUE(Window().ChasingArrows1->isHidden());
+  EXPECT_EQ(DragItem(links.urls(), FileTypes::pAny).FolderItem(), nullptr);
 
-TEST_F(DropTest, DragItemKeepsOnlyLocalFilesAndNamesFoldersWithASlash) {
-  Local("d/x");
-  DragItem drag({QUrl("https://example.org/a"), QUrl::fromLocalFile(local.filePath("d")),
-                 QUrl::fromLocalFile(local.filePath("d/x"))},
-                FileTypes::pAny);
-  ASSERT_TRUE(drag.FolderItemAvailable());
-  EXPECT_EQ(drag.FolderItem()->AbsolutePath(), local.filePath("d") + "/");
-  EXPECT_TRUE(drag.FolderItem()->Directory());
-  ASSERT_TRUE(drag.NextItem());
-  EXPECT_EQ(drag.FolderItem()->AbsolutePath(), local.filePath("d/x"));
-  EXPECT_FALSE(drag.NextItem());
-  EXPECT_FALSE(drag.FolderItemAvailable());
-  EXPECT_EQ(drag.FolderItem(), nullptr);
-  EXPECT_FALSE(DragItem({QUrl("mailto:x@example.org")}, FileTypes::pAny).FolderItemAvailable());
-}
-
-TEST_F(DropTest, TheWindowsDropEventStartsTheSameDropAndTheIndicatorTurns) {
-  MainWindow& window = *MainWindow::Instance();
-  window.show();
-  Server("0").OnConnect({Line("220 ready")});  // then silent: the session waits at USER
-  QMimeData files;
-  files.setUrls({QUrl::fromLocalFile(Local("a"))});
-  const QPoint inside(250, 100);
-  QDragEnterEvent enter(inside, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(&window, &enter);
-  EXPECT_TRUE(enter.isAccepted());
-  QDropEvent drop(QPointF(inside), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(&window, &drop);
-  EXPECT_TRUE(drop.isAccepted());
-  ASSERT_TRUE(RunUntil([&] { return Rows().ListCount() == 1 && Rows().Cell(0, 2) == "Send UserID"; }));
+  EXPECT_EQ(dragAndDrop(files), std::pair(true, true));
+  ASSERT_TRUE(RunUntil([&] { return Column(2) == QStringList{"Send UserID"}; }));
   EXPECT_EQ(Globals::Session.size(), 1);
   // The busy indicator shows and turns while the session runs.
-  ASSERT_FALSE(window.ChasingArrows1->isHidden());
-  EXPECT_TRUE(window.ChasingArrows1->Animating());
-  const int angle = window.ChasingArrows1->Angle();
-  EXPECT_TRUE(RunUntil([&] { return window.ChasingArrows1->Angle() != angle; }, 2000));
-  window.ChasingArrows1->setVisible(false);
-  EXPECT_FALSE(window.ChasingArrows1->Animating());
-
-  QMimeData text;
-  text.setText("just text");
-  QDragEnterEvent refused(inside, Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
-  refused.ignore();
-  QCoreApplication::sendEvent(&window, &refused);
-  EXPECT_FALSE(refused.isAccepted());
+  ChasingArrows& arrows = *Window().ChasingArrows1;
+  ASSERT_FALSE(arrows.isHidden());
+  EXPECT_TRUE(arrows.Animating());
+  const int angle = arrows.Angle();
+  EXPECT_TRUE(RunUntil([&] { return arrows.Angle() != angle; }, 2000));
+  arrows.setVisible(false);
+  EXPECT_FALSE(arrows.Animating());
 }
 
 TEST_F(DropTest, HeadlessRunnerPrintsEscapedRowsAndFinishesWhenEverySessionHasEnded) {
@@ -356,22 +293,20 @@ TEST_F(DropTest, HeadlessRunnerPrintsEscapedRowsAndFinishesWhenEverySessionHasEn
   for (bool refused : {true, false}) {
     SCOPED_TRACE(refused ? "refused" : "both succeed");
     servers.clear();
-    if (refused) Logon("0", "530 no\tway");
-    else PutFile("0", "a");
-    PutFile("1", "b", {}, {Delay(300), Line("221 bye")});
+    if (refused) Server("0", "530 no\tway");
+    else Put("0", "a");
+    Put("1", "b", {}, false, false, {Delay(300), Line("221 bye")});
     const QStringList ends{refused ? "Error: 530 no\tway\n" : "File Transfer Complete.", "File Transfer Complete."};
     QStringList lines;
     DropRunner runner([&](const QString& line) { lines.append(line); });
     int finishedCalls = 0;
-    bool endedAtFinish = false;
     runner.SetFinishedCallback([&] {
       ++finishedCalls;
-      endedAtFinish = Column(2) == ends;
+      EXPECT_EQ(Column(2), ends);
     });
     runner.Start({Local("a"), Local("b")});
     ASSERT_TRUE(RunUntil([&] { return runner.Finished(); }));
     EXPECT_EQ(finishedCalls, 1);
-    EXPECT_TRUE(endedAtFinish) << Column(2).join(" | ").toStdString();
     EXPECT_EQ(runner.ExitStatus(), refused ? 1 : 0);
     EXPECT_EQ(lines.first(), "row\t0\tStart Put File Sequence");
     // Control characters of the text are escaped, so each change stays one line.
@@ -380,9 +315,6 @@ TEST_F(DropTest, HeadlessRunnerPrintsEscapedRowsAndFinishesWhenEverySessionHasEn
     EXPECT_EQ(lines.last(), "row\t1\tFile Transfer Complete.");
   }
   EXPECT_TRUE(messages.isEmpty());
-}
-
-TEST(DropRunnerTextTest, EscapeTextKeepsEveryReportOnOneLine) {
   EXPECT_EQ(DropRunner::EscapeText("plain text äö"), "plain text äö");
   EXPECT_EQ(DropRunner::EscapeText("a\\b\r\n\tc\x01\x7f"), "a\\\\b\\r\\n\\tc\\x01\\x7f");
 }

@@ -1,13 +1,11 @@
 // Both windows as laid out: sizes, titles, controls with their places and texts, creation
-// and tab order, default and cancel buttons, the masked password field.
+// and tab order, default and cancel buttons, the masked password field, the list's columns.
 #include "AppFixture.h"
 
 #include "app/ChasingArrows.h"
 #include "app/Listbox.h"
 
 #include <QGroupBox>
-#include <QHeaderView>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
@@ -19,41 +17,23 @@ struct Control {
   const char* name;
   const char* className;
   QRect place;  // window coordinates
-  QString text;
+  QString text;  // a group box's title, the text of other controls that have one
 };
 
-// The window-relative place of a control, whatever it sits in.
-QRect PlaceInWindow(const QWidget* control) {
-  return QRect(control->mapTo(control->window(), QPoint(0, 0)), control->size());
-}
-
-QString TextOf(const QWidget* control) {
-  if (auto* label = qobject_cast<const QLabel*>(control)) return label->text();
-  if (auto* button = qobject_cast<const QPushButton*>(control)) return button->text();
-  if (auto* box = qobject_cast<const QGroupBox*>(control)) return box->title();
-  if (auto* field = qobject_cast<const QLineEdit*>(control)) return field->text();
-  return {};
-}
-
-// The named controls of the window in the order in which they were created: Qt keeps the
-// children of a widget in creation order, and findChildren walks them depth first.
-QStringList CreationOrder(const QWidget& window, const QStringList& names) {
+// The named controls under `parent` in the order in which they were created (Qt keeps the
+// children of a widget in creation order, and findChildren walks them depth first), or in
+// the order in which Tab visits them once round the window's focus chain.
+QStringList CreationOrder(const QWidget& parent, const QStringList& names) {
   QStringList order;
-  for (const QObject* child : window.findChildren<QObject*>())
+  for (const QObject* child : parent.findChildren<QObject*>())
     if (names.contains(child->objectName())) order.append(child->objectName());
   return order;
 }
-
-// The named controls that Tab visits, in order, once round the window's focus chain.
 QStringList TabOrder(QWidget& window, const QStringList& names) {
   QStringList order;
   QWidget* widget = &window;
-  for (int guard = 0; guard < 200; ++guard) {
-    widget = widget->nextInFocusChain();
-    if (widget == &window) break;
-    if (names.contains(widget->objectName()) && (widget->focusPolicy() & Qt::TabFocus))
-      order.append(widget->objectName());
-  }
+  for (int guard = 0; guard < 200 && (widget = widget->nextInFocusChain()) != &window; ++guard)
+    if (names.contains(widget->objectName()) && (widget->focusPolicy() & Qt::TabFocus)) order.append(widget->objectName());
   return order;
 }
 
@@ -65,9 +45,10 @@ protected:
     window.activateWindow();
     return QTest::qWaitForWindowActive(&window);
   }
-  // Title, size (both windows share the limits) and the controls, listed in the order of
-  // their creation; gives their names.
-  QStringList CheckWindow(QWidget& window, const QString& title, QSize size, const QList<Control>& controls) {
+  // Title, size (both windows share the limits), the controls in the order of their
+  // creation, and the tab order; gives the controls' names.
+  QStringList CheckWindow(QWidget& window, const QString& title, QSize size, const QList<Control>& controls,
+                          const QStringList& tabOrder) {
     EXPECT_EQ(window.windowTitle(), title);
     EXPECT_EQ(window.size(), size);
     EXPECT_EQ(window.minimumSize(), QSize(64, 64));
@@ -80,60 +61,53 @@ protected:
       EXPECT_NE(control, nullptr);
       if (!control) continue;
       EXPECT_TRUE(control->inherits(expected.className)) << control->metaObject()->className();
-      EXPECT_EQ(PlaceInWindow(control), expected.place);
-      EXPECT_EQ(TextOf(control), expected.text);
+      EXPECT_EQ(QRect(control->mapTo(&window, QPoint(0, 0)), control->size()), expected.place);
+      EXPECT_EQ(control->property(control->inherits("QGroupBox") ? "title" : "text").toString(), expected.text);
     }
     EXPECT_EQ(CreationOrder(window, names), names);
+    EXPECT_EQ(TabOrder(window, names), tabOrder);
     return names;
   }
 };
 
-TEST_F(LayoutTest, MainWindowHasItsSizeTitleAndControls) {
+TEST_F(LayoutTest, MainWindowHasItsSizeTitleControlsAndAListOfThreeColumnsTenPercentThenShared) {
   MainWindow& window = *MainWindow::Instance();
-  EXPECT_TRUE(window.acceptDrops());
-  const QStringList names = CheckWindow(window, "Thornquill Upload", {501, 322}, {
+  CheckWindow(window, "Thornquill Upload", {501, 322}, {
       {"StaticText1", "QLabel", {136, 238, 345, 22}, "Drag File/Folder on this Window"},
       {"ChasingArrows1", "QWidget", {108, 238, 16, 16}, ""},
       {"CancelPushButton", "QPushButton", {20, 234, 69, 24}, "Cancel"},
       {"StatusListBox", "QTreeWidget", {20, 15, 461, 201}, ""},
       {"ServerPushButton", "QPushButton", {20, 279, 110, 23}, "Server Setup"},
       {"CancelPushButton1", "QPushButton", {412, 279, 69, 23}, "Finish"},
-  });
+  }, {"CancelPushButton", "StatusListBox", "ServerPushButton", "CancelPushButton1"});
   // The members, of the app's own classes, are the named controls.
   EXPECT_EQ(window.findChild<QWidget*>("StatusListBox"), static_cast<QWidget*>(window.StatusListBox));
   EXPECT_EQ(window.findChild<QWidget*>("ChasingArrows1"), static_cast<QWidget*>(window.ChasingArrows1));
   EXPECT_TRUE(window.ChasingArrows1->isHidden());
 
-  EXPECT_EQ(TabOrder(window, names),
-            (QStringList{"CancelPushButton", "StatusListBox", "ServerPushButton", "CancelPushButton1"}));
-}
-
-TEST_F(LayoutTest, StatusListHasThreeHeadedColumnsTenPercentThenShared) {
-  MainWindow& window = *MainWindow::Instance();
   window.show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
   Listbox& list = *window.StatusListBox;
   ASSERT_EQ(list.columnCount(), 3);
-  const QTreeWidgetItem& header = *list.headerItem();
-  EXPECT_EQ((QStringList{header.text(0), header.text(1), header.text(2)}), (QStringList{"ID", "File", "Status"}));
+  EXPECT_EQ((QStringList{list.headerItem()->text(0), list.headerItem()->text(1), list.headerItem()->text(2)}),
+            (QStringList{"ID", "File", "Status"}));
   const int width = list.viewport()->width();
   ASSERT_GT(width, 300);
   EXPECT_NEAR(list.columnWidth(0), width * 0.10, 1.0);
   EXPECT_NEAR(list.columnWidth(1), list.columnWidth(2), 1.0);
   EXPECT_EQ(list.columnWidth(0) + list.columnWidth(1) + list.columnWidth(2), width);
-}
-
-TEST_F(LayoutTest, ColumnWidthsOfOtherFormsShareTheRest) {
-  Listbox list(nullptr, {"a", "b", "c", "d"}, "50,25%,2*");
-  list.LayoutColumns(400);
-  // 50 fixed, 100 (25 %), then 250 shared 2:1 between "2*" and the column without an entry.
-  EXPECT_EQ((QList<int>{list.columnWidth(0), list.columnWidth(1), list.columnWidth(2), list.columnWidth(3)}),
+  // Other forms: 50 fixed, 100 (25 %), then 250 shared 2:1 between "2*" and the column
+  // without an entry.
+  Listbox other(nullptr, {"a", "b", "c", "d"}, "50,25%,2*");
+  other.LayoutColumns(400);
+  EXPECT_EQ((QList<int>{other.columnWidth(0), other.columnWidth(1), other.columnWidth(2), other.columnWidth(3)}),
             (QList<int>{50, 100, 166, 84}));
 }
 
 TEST_F(LayoutTest, PreferencesWindowHasItsSizeTitleAndControls) {
   PreferencesWindow& window = *PreferencesWindow::Instance();
   EXPECT_TRUE(window.isModal());
+  // The directory field comes second in tab order although it stands last on screen.
   const QStringList names = CheckWindow(window, "Thornquill FTP Server Preferences", {484, 270}, {
       {"GroupBox1", "QGroupBox", {20, 14, 444, 204}, "Server Details"},
       {"ServerEditField", "QLineEdit", {125, 44, 317, 22}, ""},
@@ -146,21 +120,14 @@ TEST_F(LayoutTest, PreferencesWindowHasItsSizeTitleAndControls) {
       {"StaticText4", "QLabel", {40, 124, 59, 20}, "Password:"},
       {"SavePushButton", "QPushButton", {374, 230, 90, 22}, "Save"},
       {"CancelPushButton", "QPushButton", {272, 230, 90, 22}, "Cancel"},
-  });
+  }, {"ServerEditField", "ServerPathEditField", "LoginIDEditField", "PasswordEditField", "SavePushButton",
+      "CancelPushButton"});
   // All but the group box and the two buttons lie inside the group box.
-  for (const QString& name : names) {
-    const bool inside = name != "GroupBox1" && !name.endsWith("PushButton");
-    QWidget* parent = inside ? window.GroupBox1 : static_cast<QWidget*>(&window);
-    EXPECT_EQ(window.findChild<QWidget*>(name)->parentWidget(), parent) << name.toStdString();
-  }
-
+  EXPECT_EQ(CreationOrder(*window.GroupBox1, names), names.mid(1, 8));
   EXPECT_EQ(window.PasswordEditField->echoMode(), QLineEdit::Password);
   EXPECT_EQ(window.ServerEditField->echoMode(), QLineEdit::Normal);
   EXPECT_TRUE(window.SavePushButton->isDefault());
   EXPECT_FALSE(window.CancelPushButton->isDefault());
-  // The directory field comes second in tab order although it stands last on screen.
-  EXPECT_EQ(TabOrder(window, names), (QStringList{"ServerEditField", "ServerPathEditField", "LoginIDEditField",
-                                                  "PasswordEditField", "SavePushButton", "CancelPushButton"}));
 }
 
 TEST_F(LayoutTest, EscapePressesCancelNotFinishAndReturnPressesSave) {
@@ -174,7 +141,6 @@ TEST_F(LayoutTest, EscapePressesCancelNotFinishAndReturnPressesSave) {
   EXPECT_EQ(clicks[1], 0);
   EXPECT_EQ(beeps, 1);  // Cancel without a selected row
   EXPECT_TRUE(quits.isEmpty());
-
   // In the preferences: Escape cancels what was typed, Return saves it; either closes the
   // window, so that the next opening is a new one.
   Globals::Server = "old.example";

@@ -39,19 +39,34 @@ tq_reexec_in_netns() {
   TQ_IN_NETNS=1 exec "${unshare[@]}" bash "$script" "$@"
 }
 
-# Waits until something on 127.0.0.1:21 greets with 220; at most about 10 s.
-tq_wait_for_greeting() {
-  local attempt line
-  for ((attempt = 0; attempt < 100; attempt++)); do
-    [[ -n $TQ_SERVER_PID ]] && ! kill -0 "$TQ_SERVER_PID" 2>/dev/null && return 1
-    if { exec 7<>/dev/tcp/127.0.0.1/21; } 2>/dev/null; then
-      line=""
-      read -r -t 2 line <&7 || true
-      exec 7<&- 7>&-
-      [[ $line == 220* ]] && return 0
-    fi
-    sleep 0.1
+# tq_retry TRIES PAUSE COMMAND...: runs COMMAND until it succeeds, at most TRIES times.
+tq_retry() {
+  local tries=$1 pause=$2 attempt
+  shift 2
+  for ((attempt = 0; attempt < tries; attempt++)); do
+    "$@" && return 0
+    sleep "$pause"
   done
+  return 1
+}
+tq_gone() { ! kill -0 "$TQ_SERVER_PID" 2>/dev/null; }
+# Succeeds when the server has died, or when something on 127.0.0.1:21 greets with 220.
+tq_greets_or_gone() {
+  local line=""
+  tq_gone && return 0
+  { exec 7<>/dev/tcp/127.0.0.1/21; } 2>/dev/null || return 1
+  read -r -t 2 line <&7 || true
+  exec 7<&- 7>&-
+  [[ $line == 220* ]]
+}
+
+# tq_await NAME: the server just started in the background greets on 127.0.0.1:21 within
+# about 10 s (sets TQ_SERVER), or it is stopped, with the end of its log shown.
+tq_await() {
+  TQ_SERVER_PID=$!
+  tq_retry 100 0.1 tq_greets_or_gone && ! tq_gone && { TQ_SERVER=$1; return 0; }
+  tq_log "$1 did not start: $(tail -c 300 "$TQ_SERVER_DIR/server.log" 2>/dev/null)"
+  tq_stop_process
   return 1
 }
 
@@ -65,27 +80,21 @@ tq_start_vsftpd() {
   # SHA-512: Debian's default hash makes every login cost a lot of server CPU.
   printf '%s:%s\n' "$user" "$password" | chpasswd -c SHA512 || return 1
   chown -R "$user:" "$root" || return 1
-  local dir=$TQ_SERVER_DIR
-  mkdir -m 755 "$dir/empty"
+  mkdir -m 755 "$TQ_SERVER_DIR/empty"
   printf '%s\n' listen=YES listen_ipv6=NO background=NO listen_address=127.0.0.1 listen_port=21 \
     anonymous_enable=NO local_enable=YES write_enable=YES local_umask=022 seccomp_sandbox=NO isolate_network=NO \
-    pam_service_name=vsftpd "secure_chroot_dir=$dir/empty" chroot_local_user=YES allow_writeable_chroot=YES \
+    pam_service_name=vsftpd "secure_chroot_dir=$TQ_SERVER_DIR/empty" chroot_local_user=YES allow_writeable_chroot=YES \
     pasv_enable=YES pasv_min_port=31000 pasv_max_port=31999 port_enable=YES connect_from_port_20=NO \
     xferlog_enable=NO dirmessage_enable=NO use_localtime=NO delay_failed_login=0 max_per_ip=0 max_clients=0 \
-    >"$dir/vsftpd.conf"
+    >"$TQ_SERVER_DIR/vsftpd.conf"
   # In a session of its own, so that its forked connection processes stop with it.
-  setsid /usr/sbin/vsftpd "$dir/vsftpd.conf" >"$dir/server.log" 2>&1 &
-  TQ_SERVER_PID=$!
-  tq_wait_for_greeting && { TQ_SERVER=vsftpd; return 0; }
-  tq_log "vsftpd did not start: $(head -c 300 "$dir/server.log" 2>/dev/null)"
-  tq_stop_process
-  return 1
+  setsid /usr/sbin/vsftpd "$TQ_SERVER_DIR/vsftpd.conf" >"$TQ_SERVER_DIR/server.log" 2>&1 &
+  tq_await vsftpd
 }
 
 tq_start_pyftpdlib() {
-  local root=$1 user=$2 password=$3
   "$TQ_PYTHON" -c 'import pyftpdlib' 2>/dev/null || return 1
-  setsid "$TQ_PYTHON" - "$root" "$user" "$password" >"$TQ_SERVER_DIR/server.log" 2>&1 <<'PY' &
+  setsid "$TQ_PYTHON" - "$@" >"$TQ_SERVER_DIR/server.log" 2>&1 <<'PY' &
 import logging, socket, sys
 from pyftpdlib.authorizers import DummyAuthorizer
 from pyftpdlib.handlers import DTPHandler, FTPHandler
@@ -97,7 +106,6 @@ authorizer.add_user(user, password, root, perm="elradfmwMT")
 FTPHandler.authorizer = authorizer
 FTPHandler.passive_ports = list(range(29000, 30000))
 FTPHandler.auth_failed_timeout = 0.1
-
 
 class PatientDTPHandler(DTPHandler):
     # A client may send a file's bytes as soon as the data connection is up, before the
@@ -116,7 +124,6 @@ class PatientDTPHandler(DTPHandler):
             return self.close()
         return self.receive
 
-
 class Latin1Handler(FTPHandler):
     dtp_handler = PatientDTPHandler
 
@@ -124,16 +131,11 @@ class Latin1Handler(FTPHandler):
     def decode(self, data):
         return data.decode("latin-1")
 
-
 server = FTPServer(("127.0.0.1", 21), Latin1Handler, backlog=1024)  # hundreds connect at once
 server.max_cons = server.max_cons_per_ip = 0
 server.serve_forever()
 PY
-  TQ_SERVER_PID=$!
-  tq_wait_for_greeting && { TQ_SERVER=pyftpdlib TQ_NAMES_AS_SENT=0; return 0; }
-  tq_log "pyftpdlib did not start: $(tail -c 300 "$TQ_SERVER_DIR/server.log" 2>/dev/null)"
-  tq_stop_process
-  return 1
+  tq_await pyftpdlib && TQ_NAMES_AS_SENT=0
 }
 
 tq_start_server() {
@@ -149,31 +151,22 @@ tq_start_server() {
 }
 
 tq_stop_process() {
-  if [[ -n $TQ_SERVER_PID ]]; then
-    kill -TERM -- "-$TQ_SERVER_PID" 2>/dev/null || kill -TERM "$TQ_SERVER_PID" 2>/dev/null || true
-    local attempt
-    for ((attempt = 0; attempt < 50; attempt++)); do
-      kill -0 "$TQ_SERVER_PID" 2>/dev/null || break
-      sleep 0.1
-    done
-    kill -KILL -- "-$TQ_SERVER_PID" 2>/dev/null || true
-    wait "$TQ_SERVER_PID" 2>/dev/null || true
-    TQ_SERVER_PID=""
-  fi
+  [[ -n $TQ_SERVER_PID ]] || return 0
+  kill -TERM -- "-$TQ_SERVER_PID" 2>/dev/null || kill -TERM "$TQ_SERVER_PID" 2>/dev/null || true
+  tq_retry 50 0.1 tq_gone || true
+  kill -KILL -- "-$TQ_SERVER_PID" 2>/dev/null || true
+  wait "$TQ_SERVER_PID" 2>/dev/null || true
+  TQ_SERVER_PID=""
 }
 
 tq_remove_user() {
-  if [[ -n $TQ_SERVER_USER ]]; then
-    # Connection processes may still be on their way out: userdel refuses while they run.
-    local attempt
-    for ((attempt = 0; attempt < 20; attempt++)); do
-      userdel "$TQ_SERVER_USER" 2>/dev/null && break
-      id "$TQ_SERVER_USER" >/dev/null 2>&1 || break
-      sleep 0.2
-    done
-    TQ_SERVER_USER=""
-  fi
+  [[ -n $TQ_SERVER_USER ]] || return 0
+  # Connection processes may still be on their way out: userdel refuses while they run.
+  tq_retry 20 0.2 tq_user_removed || true
+  TQ_SERVER_USER=""
 }
+
+tq_user_removed() { userdel "$TQ_SERVER_USER" 2>/dev/null || ! id "$TQ_SERVER_USER" >/dev/null 2>&1; }
 
 tq_stop_server() {
   tq_stop_process
@@ -182,37 +175,17 @@ tq_stop_server() {
   TQ_SERVER_DIR="" TQ_SERVER=""
 }
 
-# Writes the app's settings file into the folder $1 (used as XDG_CONFIG_HOME).
-tq_write_settings() {
-  local folder=$1 server=$2 path=$3 user=$4 password=$5
-  mkdir -p "$folder"
-  (umask 077 && printf '%s\n%s\n%s\n%s\n' "$server" "$path" "$user" "$password" >"$folder/Skelvane")
-}
+# tq_write_settings FOLDER SERVER PATH USER PASSWORD: the app's settings file in FOLDER (used
+# as XDG_CONFIG_HOME).
+tq_write_settings() { mkdir -p "$1" && (umask 077 && printf '%s\n' "${@:2:4}" >"$1/Skelvane"); }
 
-# tq_make_workspace NAME USERPREFIX: a temporary folder (removed, with the server, on exit)
-# holding src/, root/incoming/ and config/, and a fresh FTP account name and password; sets
-# work, src, root, config, user and password.
-tq_make_workspace() {
-  work=$(mktemp -d "/tmp/$1.XXXXXX")
-  trap 'tq_stop_server; rm -rf "$work"' EXIT
-  chmod 755 "$work"
-  src=$work/src root=$work/root config=$work/config
-  user=$2$$ password=pw-$RANDOM-$$
-  mkdir -p "$src" "$root/incoming"
-}
-
-# tq_drop SECONDS SERVER PATH USER PASSWORD -- ITEM...: writes these settings and runs
-# "$app --drop ITEM..." with them; sets status, with stdout in $out and stderr in $err.
-# shellcheck disable=SC2154  # app, out and err come from the calling script
+# tq_drop SECONDS PASSWORD ITEM...: runs "$app --drop ITEM..." with the settings 127.0.0.1,
+# /incoming, $user and PASSWORD; sets status, with stdout in $out and stderr in $err.
+# shellcheck disable=SC2154  # app, config, user, out and err come from the calling script
 tq_drop() {
-  tq_write_settings "$config" "$2" "$3" "$4" "$5"
-  set +e
-  XDG_CONFIG_HOME=$config timeout "$1" "$app" --drop "${@:7}" >"$out" 2>"$err"
-  status=$?
-  set -e
+  tq_write_settings "$config" 127.0.0.1 /incoming "$user" "$2"
+  status=0
+  XDG_CONFIG_HOME=$config timeout "$1" "$app" --drop "${@:3}" >"$out" 2>"$err" || status=$?
 }
-
-# The last text of each row of $out, as "ID<TAB>TEXT" lines in the order of the IDs.
-tq_last_rows() { awk -F'\t' '$1 == "row" { last[$2] = $3 } END { for (id in last) print id "\t" last[id] }' "$out" | sort -n; }
 
 fail() { echo "FAIL: $*" >&2; exit 1; }
