@@ -6,7 +6,7 @@
 #include "session/FTPSessionClass.h"
 #include "support/QtPrinters.h"
 
-#include <functional>
+#include <QVariant>
 
 #include <gtest/gtest.h>
 
@@ -15,84 +15,62 @@ namespace {
 
 using D = FTPDirectoryClass;
 
-// One step on a directory and what it answers (or the state it leaves, as text).
-struct CursorStep {
-  std::function<QString(D&)> step;
-  const char* expected;
-};
-
-QString Added(D& d, void (D::*add)(const QString&), const QString& name) {
-  (d.*add)(name);
-  return QString::number(d.CurrentSubDirectory);
-}
-
+// One trace of the answers of a directory, checked at once; then the read past the end.
 TEST(DirectoryTree, CursorsServeTheLastListedFirstAndEachOnce) {
   D d("/top", "");
-  const CursorStep steps[] = {
-      {[](D& d) { return QString::number(d.CurrentSubDirectory); }, "-1"},
-      {[](D& d) { return d.GetNextFileName(); }, ""},
-      {[](D& d) { return QString::number(d.GetFileCount()); }, "-1"},
-      {[](D& d) { return Added(d, &D::AddFile, "a"), Added(d, &D::AddFile, "B"), d.GetNextFileName(); }, "B"},
-      {[](D& d) { return QString::number(d.GetFileCount()); }, "1"},
-      {[](D& d) { return d.DeleteFile("b"), d.GetNextFileName(); }, "a"},  // ignoring case
-      {[](D& d) { return d.DeleteFile("zz"), d.GetNextFileName(); }, "a"},
-      {[](D& d) { return Added(d, &D::AddSubDirectory, "/top/x"); }, "0"},
-      {[](D& d) { return Added(d, &D::AddSubDirectory, "/top/y"), Added(d, &D::AddSubDirectory, "/top/z"); }, "2"},
-      {[](D& d) { return QString::number(d.GetSubDirectoryCount()); }, "2"},
-      {[](D& d) { return d.GetCurrentSubDirectoryName(); }, "/top/z"},
-      {[](D& d) { return d.GetNextSubDirectoryName(); }, "/top/z"},
-      {[](D& d) { return d.GetNextSubDirectoryName(); }, "/top/y"},
-      {[](D& d) { return d.GetNextSubDirectoryName(); }, "/top/x"},
-      {[](D& d) { return d.GetNextSubDirectoryName(); }, ""},
-      {[](D& d) { return d.GetCurrentSubDirectoryName(); }, ""},
-      {[](D& d) { return d.DeleteSubDirectory("/TOP/Y"), d.SubDirectories.join(","); }, "/top/x,/top/z"},
-      // The cursor is not adjusted by a delete: an addition puts it on the newest entry.
-      {[](D& d) { return Added(d, &D::AddSubDirectory, "/top/w"), d.DeleteSubDirectory("/top/x"), d.GetCurrentSubDirectoryName(); }, ""},
-  };
-  for (qsizetype i = 0; i < std::ssize(steps); ++i) {
-    if (i == std::ssize(steps) - 1) {
-      // Cursor 2 of two entries: a read past the end.
-      EXPECT_THROW(steps[i].step(d), OutOfBoundsException);
-      continue;
-    }
-    EXPECT_EQ(steps[i].step(d), steps[i].expected) << "step " << i;
-  }
+  QStringList seen;
+  const auto note = [&](const auto& answer) { seen << QVariant(answer).toString(); };
+  note(d.CurrentSubDirectory), note(d.GetNextFileName()), note(d.GetFileCount());
+  d.AddFile("a"), d.AddFile("B"), note(d.GetNextFileName()), note(d.GetFileCount());
+  d.DeleteFile("b"), note(d.GetNextFileName());  // ignoring case
+  d.DeleteFile("zz"), note(d.GetNextFileName());
+  d.AddSubDirectory("/top/x"), note(d.CurrentSubDirectory), note(d.GetCurrentSubDirectoryName());
+  d.AddSubDirectory("/top/y"), d.AddSubDirectory("/top/z"), note(d.CurrentSubDirectory), note(d.GetSubDirectoryCount());
+  note(d.GetCurrentSubDirectoryName());
+  for (int i = 0; i < 4; ++i) note(d.GetNextSubDirectoryName());
+  note(d.GetCurrentSubDirectoryName());
+  d.DeleteSubDirectory("/TOP/Y"), note(d.SubDirectories.join(","));
+  EXPECT_EQ(seen, (QStringList{"-1", "", "-1", "B", "1", "a", "a", "0", "/top/x", "2", "2", "/top/z", "/top/z", "/top/y",
+                               "/top/x", "", "", "/top/x,/top/z"}));
+  // The cursor is not adjusted by a delete: an addition puts it on the newest entry, and
+  // cursor 2 of two entries reads past the end.
+  d.AddSubDirectory("/top/w"), d.DeleteSubDirectory("/top/x");
+  EXPECT_THROW(d.GetCurrentSubDirectoryName(), OutOfBoundsException);
 }
 
 TEST(DirectoryTree, PathOperations) {
   FTPSessionClass s;
   EXPECT_EQ(s.GetCurrentDirectoryIndex("/a"), -1);
   s.DirList = {std::make_shared<D>("/a", ""), std::make_shared<D>("/a/b", "/a"), std::make_shared<D>("/a/b", "/a")};
-  const struct {
-    std::function<QString()> call;
-    const char* expected;
-  } rows[] = {
-      {[&] { return QString::number(s.GetCurrentDirectoryIndex("/a/b")); }, "1"},
-      {[&] { return QString::number(s.GetCurrentDirectoryIndex("/A")); }, "0"},
-      {[&] { return QString::number(s.GetCurrentDirectoryIndex("/a/")); }, "-1"},
-      {[&] { return s.GetDirFromPath("/home/me/file.txt"); }, "/home/me/"},
-      {[&] { return s.GetDirFromPath("/home/me/"); }, "/home/me/"},
-      {[&] { return s.GetDirFromPath("plain"); }, ""},
-      {[&] { return s.GetFileFromPath("/pub/dir/file.txt"); }, "file.txt"},
-      {[&] { return s.GetFileFromPath("/pub/dir/"); }, ""},
-      {[&] { return s.GetFileFromPath("file.txt"); }, "file.txt"},
-      {[&] { return s.UpOneLocalDirectory("/a/b/c/"); }, "/a/b/"},
-      {[&] { return s.UpOneLocalDirectory("/a/b/c"); }, "/a/b/"},
-      {[&] { return s.UpOneLocalDirectory("a/"); }, ""},
-      {[&] { return s.UpOneLocalDirectory("/"); }, ""},
+  // Each call's answer, and what it must be.
+  const std::pair<QString, QString> rows[] = {
+      {QString::number(s.GetCurrentDirectoryIndex("/a/b")), "1"}, {QString::number(s.GetCurrentDirectoryIndex("/A")), "0"},
+      {QString::number(s.GetCurrentDirectoryIndex("/a/")), "-1"}, {s.GetDirFromPath("/home/me/file.txt"), "/home/me/"},
+      {s.GetDirFromPath("/home/me/"), "/home/me/"},               {s.GetDirFromPath("plain"), ""},
+      {s.GetFileFromPath("/pub/dir/file.txt"), "file.txt"},       {s.GetFileFromPath("/pub/dir/"), ""},
+      {s.GetFileFromPath("file.txt"), "file.txt"},                {s.UpOneLocalDirectory("/a/b/c/"), "/a/b/"},
+      {s.UpOneLocalDirectory("/a/b/c"), "/a/b/"},                 {s.UpOneLocalDirectory("a/"), ""},
+      {s.UpOneLocalDirectory("/"), ""},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.call(), row.expected);
+  for (qsizetype i = 0; i < std::ssize(rows); ++i) EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;
   s.FileDelimiter = ":";  // the local delimiter only; server paths keep "/"
   EXPECT_EQ(s.UpOneLocalDirectory("Disk:a:b:"), "Disk:a:");
   EXPECT_EQ(s.GetFileFromPath("x:/y"), "y");
 }
 
+// A walk standing in `directory`, the one entry of its tree, and the socket that files a listing.
+struct Walk {
+  std::shared_ptr<FTPSessionClass> session = std::make_shared<FTPSessionClass>();
+  FTPDataSocket data{session.get()};
+  explicit Walk(const QString& directory) {
+    session->DirList = {std::make_shared<D>(directory, "")};
+    session->CurrentDirectoryIndex = 0;
+    session->CurrentWorkingDirectory = directory;
+  }
+};
+
 TEST(DirectoryTree, AListingIsFiledUnderTheCurrentDirectory) {
-  auto session = std::make_shared<FTPSessionClass>();
-  FTPDataSocket data(session.get());
-  session->DirList = {std::make_shared<D>("/", "")};
-  session->CurrentDirectoryIndex = 0;
-  session->CurrentWorkingDirectory = "/";
+  auto [session, data] = Walk("/");
   data.ParseDirectoryList(
       "total 12\r\n"
       "drwxr-xr-x 2 o g 4096 Jan 15 10:30 .\r\n"
@@ -121,11 +99,7 @@ TEST(DirectoryTree, AListingIsFiledUnderTheCurrentDirectory) {
 // tokens, binary bytes with NUL, a line of thousands of month names. Each line is
 // filed or rejected; the only way out is the read past the last token.
 TEST(DirectoryTree, HostileListingsAreFiledOrRejected) {
-  auto session = std::make_shared<FTPSessionClass>();
-  FTPDataSocket data(session.get());
-  session->DirList = {std::make_shared<D>("/h", "")};
-  session->CurrentDirectoryIndex = 0;
-  session->CurrentWorkingDirectory = "/h";
+  auto [session, data] = Walk("/h");
   QString binary;
   for (int i = 0; i < 4096; ++i)
     if (i % 256 != 10 && i % 256 != 13) binary += QChar(i % 256);  // all bytes but the line ends

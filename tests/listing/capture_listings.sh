@@ -2,11 +2,9 @@
 # Captures real listing lines for the parser's tests: builds a small tree (names with
 # blanks, a folder, a link, sizes, one file dated in an earlier year and one of today), lists
 # it with the velmar shell against vsftpd and pyftpdlib on 127.0.0.1:21 in a private network
-# namespace, and writes each server's lines to tests/listing/data/SERVER.txt.
-#
-#   tests/listing/capture_listings.sh [BUILD_DIR]    (root; BUILD_DIR default build/)
-#
-# Each line of an output file is one listing line as the server sent it, without its CR LF.
+# namespace, and writes each server's lines to tests/listing/data/SERVER.txt: one listing line
+# as the server sent it per line, without its CR LF. Usage (as root; BUILD_DIR default build/):
+#   tests/listing/capture_listings.sh [BUILD_DIR]
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 export VELMAR_BUILD_DIR=${1:-${VELMAR_BUILD_DIR:-$root/build}}
@@ -16,7 +14,6 @@ tq_reexec_in_netns "${BASH_SOURCE[0]}" "$@" || { echo "capture_listings.sh: need
 
 work=$(mktemp -d /tmp/velmar-listings.XXXXXX)
 trap 'tq_stop_server; rm -rf "$work"' EXIT
-chmod 755 "$work"
 tree=$work/server/tree
 mkdir -p "$tree/a folder"
 printf '%01234d' 0 >"$tree/report final.txt"
@@ -39,17 +36,11 @@ for server in vsftpd pyftpdlib; do
   # The value line holds the listing as a JSON string: one captured line per listing line.
   /usr/bin/python3 - "$work/$server.out" "$root/tests/listing/data/$server.txt" <<'PY'
 import json, sys
-for line in open(sys.argv[1], encoding="utf-8"):
-    kind, _, rest = line.rstrip("\n").partition("\t")
-    if kind == "value":
-        listing = json.loads(rest.partition("\t")[2])
-        lines = [l for l in listing.split("\r\n") if l]
-        if not lines:
-            sys.exit("no listing captured")
-        open(sys.argv[2], "w", encoding="utf-8").write("\n".join(lines) + "\n")
-        break
-else:
+values = [line.rstrip("\n").split("\t", 2)[2] for line in open(sys.argv[1], encoding="utf-8") if line.startswith("value\t")]
+lines = [line for line in json.loads(values[0]).split("\r\n") if line] if values else []
+if not lines:
     sys.exit("no listing captured")
+open(sys.argv[2], "w", encoding="utf-8").write("\n".join(lines) + "\n")
 PY
   echo "captured $(wc -l <"$root/tests/listing/data/$server.txt") lines from $server"
 done

@@ -1,73 +1,50 @@
 // A file past 2 GiB up and down a real server: the 32-bit progress counters wrap, the
 // bytes must not. Slow (minutes under sanitizers), so it carries the label "large".
-#include "session/FTPSessionClass.h"
-#include "support/RealFtpServer.h"
-#include "support/RecordingStatus.h"
-#include "support/TestEventLoop.h"
-#include "support/TestFiles.h"
+#include "sequences/RealServer.h"
 
-#include <QCryptographicHash>
-#include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 namespace velmar::test {
 namespace {
 
-constexpr auto Ends = &RecordingStatus::Ends;
+QByteArray HashOf(const QString& path) {
+  QFile file(path);
+  QCryptographicHash hash(QCryptographicHash::Sha256);
+  return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+}
 
+using LargeTransfer = RealTransfer;
 
-TEST(LargeTransfer, MoreThanTwoGibibytesGoUpAndDownExactly) {
-  RealFtpServer server(RealFtpServer::Kind::Vsftpd);
-  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
-  QTemporaryDir local;
+TEST_P(LargeTransfer, MoreThanTwoGibibytesGoUpAndDownExactly) {
   const qint64 size = (qint64(2) << 30) + 2 * 1024 * 1024 + 12345;
+  const QString path = local.filePath("big.bin"), onServer = server->Root() + "/big.bin";
   {
     // Sparse, with distinct bytes at the start, across 2^31 and at the end.
-    QFile file(local.filePath("big.bin"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_TRUE(file.resize(size));
-    for (qint64 at : {qint64(0), (qint64(1) << 31) - 4096, size - 65536}) {
-      file.seek(at);
-      file.write(RandomBytes(65536, static_cast<quint32>(at)));
-    }
-  }
-  auto hashOf = [](const QString& path) {
     QFile file(path);
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
-  };
-  const QByteArray localHash = hashOf(local.filePath("big.bin"));
-
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->SetLoginInfo("127.0.0.1", server.User(), server.Password());
-  session->CommandPort = server.Port();
-  session->SetLocalDirectoryPathName(local.path() + "/");
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.resize(size));
+    for (qint64 at : {qint64(0), (qint64(1) << 31) - 4096, size - 65536})
+      ASSERT_TRUE(file.seek(at) && file.write(RandomBytes(65536, static_cast<quint32>(at))) == 65536);
+  }
+  const QByteArray hash = HashOf(path);
   session->SendBufferSize = 1 << 20;
-  session->Logon();
-  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 1; }));
+  ASSERT_EQ(Run(&S::Logon), kLoggedOn);
   session->AddFileName("big.bin");
-  session->PutSingleFile();
-  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 2; }, 300000));
-  ASSERT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-  EXPECT_EQ(QFileInfo(server.Root() + "/big.bin").size(), size);
-  EXPECT_EQ(hashOf(server.Root() + "/big.bin"), localHash);
+  ASSERT_EQ(Run(&S::PutSingleFile, 300000), kFilesDone);
+  EXPECT_EQ(QFileInfo(onServer).size(), size);
+  EXPECT_EQ(HashOf(onServer), hash);
   // The last progress report is the size cut to 32 bits.
   EXPECT_EQ(RecordingStatus::Only(*log, {"progress"}).last(),
             QString("progress\t%1").arg(static_cast<qint32>(static_cast<quint32>(size))));
 
-  QFile::remove(local.filePath("big.bin"));
+  QFile::remove(path);
   session->AddFileName("big.bin");
-  session->GetSingleFile();
-  ASSERT_TRUE(RunUntil([&] { return Ends(*log).size() == 3; }, 300000));
-  ASSERT_EQ(Ends(*log).last(), "success\tFile Transfer Complete.");
-  EXPECT_EQ(QFileInfo(local.filePath("big.bin")).size(), size);
-  EXPECT_EQ(hashOf(local.filePath("big.bin")), localHash);
+  ASSERT_EQ(Run(&S::GetSingleFile, 300000), kFilesDone);
+  EXPECT_EQ(QFileInfo(path).size(), size);
+  EXPECT_EQ(HashOf(path), hash);
 }
+
+INSTANTIATE_TEST_SUITE_P(Servers, LargeTransfer, ::testing::Values(std::tuple(Kind::Vsftpd, false)),
+                         [](const auto&) { return std::string("vsftpd_passive"); });
 
 }  // namespace
 }  // namespace velmar::test
