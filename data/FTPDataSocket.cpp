@@ -294,6 +294,7 @@ void FTPDataSocket::Event_Error() {
     if (peerFinished) {
       ParseDirectoryList(Session->ServerTextEncoding.Decode(FileData));
       FileData.clear();
+      Session->ListingTakenIn();
     } else {
       End(QStringLiteral("Error while receiving the directory list: ") + number);
     }
@@ -314,6 +315,7 @@ void FTPDataSocket::Event_Error() {
         ParseDirectoryList(QString::fromLatin1(FileData));
         FileData.clear();
         ByteCount = 0;
+        Session->ListingTakenIn();
       } else {
         End(QStringLiteral("Error while receiving the directory list: ") + number);
       }

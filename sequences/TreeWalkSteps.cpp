@@ -55,6 +55,7 @@ FTPSessionClass::DataLeg FTPSessionClass::TreeDataLeg(const QString& replyLine, 
 bool FTPSessionClass::ListDirectorySteps(const QString& replyLine, qint32 replyCode, const char* afterListing,
                                          bool nextPortAfterListing) {
   if (StepIs("PWD")) {
+    stepAfterListing_.clear();
     if (replyCode != 257) {
       ErrorBranch(replyLine);
     } else {
@@ -65,17 +66,28 @@ bool FTPSessionClass::ListDirectorySteps(const QString& replyLine, qint32 replyC
     return true;
   }
   if (!StepIs("LIST")) return false;
-  // No wait for the listing's close; but what has arrived is taken in, at 150 and at 226.
+  // What has arrived is taken in, at 150 and at 226. The listing is filed at its connection's
+  // close, which some servers (vsftpd in active mode) let come after their 226, even after the
+  // reply to a NOOP: the walk then goes on from that close, so that it never acts on a listing
+  // not yet filed. A close that never comes ends the session by its timer.
   if (CodeIn(replyCode, {150, 125})) {
     Deref(DataSocket, "DataSocket").Poll();
   } else if (replyCode == 226) {
     Deref(DataSocket, "DataSocket").Poll();
     if (nextPortAfterListing && !PassiveMode) NextDataPort();
-    NextFTPStep(QString::fromLatin1(afterListing), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
+    if (DataSocket->IsConnected())
+      stepAfterListing_ = QString::fromLatin1(afterListing);
+    else
+      NextFTPStep(QString::fromLatin1(afterListing), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
   } else {
     ErrorBranch(replyLine);
   }
   return true;
+}
+
+void FTPSessionClass::ListingTakenIn() {
+  if (stepAfterListing_.isEmpty() || !StepIs("LIST")) return;
+  NextFTPStep(std::exchange(stepAfterListing_, QString()), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
 }
 
 }  // namespace velmar

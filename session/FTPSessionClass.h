@@ -197,6 +197,10 @@ public:
   // The platform's line end, used by the error branch.
   static const QString EndOfLine;
 
+  // Called by the data socket once a tree walk's listing has been taken in at its close: a
+  // walk whose 226 came before that close goes on now (see ListDirectorySteps).
+  void ListingTakenIn();
+
 protected:
   // The rules that all machines share.
   static bool FinalLineBlankForm(const QString& line);
@@ -333,7 +337,8 @@ protected:
                       const char* resumeStatus);
   // "PWD" and "LIST" of the tree walks: the directory named by the server's PWD is listed
   // with LIST -a, and its 226 goes on by NOOP to `afterListing` (taking the next port in
-  // active mode when `nextPortAfterListing`). False for any other step.
+  // active mode when `nextPortAfterListing`), once the listing's connection has closed.
+  // False for any other step.
   bool ListDirectorySteps(const QString& replyLine, qint32 replyCode, const char* afterListing,
                           bool nextPortAfterListing);
   // The walk that both recursive download machines share from the first data leg on;
@@ -361,6 +366,9 @@ protected:
 
 private:
   void Construct(const QString* id);
+
+  // The step that a 226 which came before its listing's close goes on to at that close.
+  QString stepAfterListing_;
 };
 
 }  // namespace velmar

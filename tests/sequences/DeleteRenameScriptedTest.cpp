@@ -121,6 +121,13 @@ const OperationRow kResidentTreeRows[] = {
      {kPasv, Pwd("/d"), {"LIST -a", Listing(File("x") + File("y"))}, Ok("DELE /d/y"), Ok("DELE /d/x"), Ok("CDUP"),
       Ok("RMD /d")},
      {kTreeDeleted}, {}, BoxesWere({})},
+    // A 226 before the listing's close: the walk goes on from the close, with the files listed.
+    {"ListingClosedAfterItsReply", kResident,
+     {kPasv, Pwd("/d"),
+      {"LIST -a", {Line("150 go"), WaitDataConnected(), DataSend(File("x") + File("y")), Line("226 ok"), Delay(50),
+                   DataClose()}},
+      Ok("DELE /d/y"), Ok("DELE /d/x"), Ok("CDUP"), Ok("RMD /d")},
+     {kTreeDeleted}},
     // The machine has no arm for CWD: the answer to the CWD into a subdirectory ends it.
     {"StopsAtTheFirstSubdirectory", kResident,
      {kPasv, Pwd("/d"), {"LIST -a", Listing(File("x") + Folder("s"))}, Ok("DELE /d/x"), kPasv, Ok("CWD /d/s")},

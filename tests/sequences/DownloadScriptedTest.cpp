@@ -66,11 +66,16 @@ INSTANTIATE_TEST_SUITE_P(Rows, Download, ::testing::ValuesIn(kConnectingRows), R
 // Files and subdirectories from the last listed (b before a), each left by CDUP; the root's
 // local folder made first. The root's listing comes in two reads: only the last is walked
 // ("lost" is never fetched), and the line that the first read cut off reaches the parser whole.
+// The listing of "a" closes after its 226: the walk goes on from the close.
 const OperationRow kResidentRows[] = {
     {"GetDirWalksDepthFirstFromTheLastListed", Batch(&S::GetDir, {}, "/top"),
      Enter("/top", File("lost") + "-rw-r--r-- 1 o g 1 Ja|n 1 10:00 f\r\n" + Folder("a") + Folder("b")) +
          QList<Exchange>{{"RETR /top/f", Served("F")}} + Enter("/top/b", "") + QList<Exchange>{Ok("CDUP"), Pwd("/top")} +
-         Enter("/top/a", File("g")) + QList<Exchange>{{"RETR /top/a/g", Served("G")}, Ok("CDUP"), Pwd("/top"), Ok("CDUP")},
+         QList<Exchange>{kPasv, Ok("CWD /top/a"), Pwd("/top/a"),
+                         {"LIST -a", {Line("150 go"), WaitDataConnected(), DataSend(File("g")), Line("226 ok"),
+                                      Delay(50), DataClose()}},
+                         kTypeI, kPasv} +
+         QList<Exchange>{{"RETR /top/a/g", Served("G")}, Ok("CDUP"), Pwd("/top"), Ok("CDUP")},
      {kTreeDownloaded}, {},
      [](S& s, const QString& local, const ScriptedFtpServer& server) {
        LocalFiles({{"top/f", "F"}, {"top/a/g", "G"}})(s, local, server);
