@@ -15,8 +15,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${VELMAR_BUILD_DIR:-$root/build}
 app=$build/app/thornquill-upload
 say() { printf '\n== %s\n' "$*"; }
-# shellcheck source=../tests/app/netns_ftp_server.sh
-source "$root/tests/app/netns_ftp_server.sh"
+# shellcheck source=netns_ftp_server.sh
+source "$root/scripts/netns_ftp_server.sh"
 
 if [[ -z ${TQ_IN_NETNS:-} ]]; then
   say "installing what is missing"

@@ -16,8 +16,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${VELMAR_BUILD_DIR:-$root/build}
 app=$build/app/thornquill-upload
 shots=$root/docs/screenshots
-# shellcheck source=../tests/app/netns_ftp_server.sh
-source "$root/tests/app/netns_ftp_server.sh"
+# shellcheck source=netns_ftp_server.sh
+source "$root/scripts/netns_ftp_server.sh"
 
 if [[ -z ${TQ_IN_NETNS:-} ]]; then
   bash "$root/scripts/setup.sh"

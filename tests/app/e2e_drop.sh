@@ -12,8 +12,8 @@
 #                          to connect count against their 20 s inactivity timeout.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-# shellcheck source=netns_ftp_server.sh
-source "$here/netns_ftp_server.sh"
+# shellcheck source=../../scripts/netns_ftp_server.sh
+source "$here/../../scripts/netns_ftp_server.sh"
 
 app=$(realpath "${1:?usage: e2e_drop.sh PATH/TO/thornquill-upload [COUNT]}")
 count=${2:-}

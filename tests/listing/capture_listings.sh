@@ -8,8 +8,8 @@
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 export VELMAR_BUILD_DIR=${1:-${VELMAR_BUILD_DIR:-$root/build}}
-# shellcheck source=../app/netns_ftp_server.sh
-source "$root/tests/app/netns_ftp_server.sh"
+# shellcheck source=../../scripts/netns_ftp_server.sh
+source "$root/scripts/netns_ftp_server.sh"
 tq_reexec_in_netns "${BASH_SOURCE[0]}" "$@" || { echo "capture_listings.sh: needs root (unshare -n)" >&2; exit 1; }
 
 work=$(mktemp -d /tmp/velmar-listings.XXXXXX)

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Helpers for scripts that run Thornquill Upload against a real FTP server on 127.0.0.1:21
 # inside a private network namespace, where port 21 is free and nothing leaks outside.
-# Sourced by the end-to-end test and by scripts/demo.sh and scripts/screenshots.sh.
+# Sourced by demo.sh and screenshots.sh beside it, and by the end-to-end test.
 #
 #   tq_reexec_in_netns SCRIPT ARGS...  re-runs SCRIPT in a private network namespace (once);
 #                                      returns 1 when no namespace can be made here
