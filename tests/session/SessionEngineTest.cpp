@@ -3,7 +3,6 @@
 #include "session/FTPCommandSocket.h"
 #include "session/FTPConnectionTimer.h"
 #include "session/FTPSessionClass.h"
-#include "session/FTPStatusClass.h"
 #include "support/RecordingStatus.h"
 #include "support/TestEventLoop.h"
 
@@ -12,335 +11,187 @@
 namespace velmar::test {
 namespace {
 
-// Exposes the shared rules for direct tests.
-struct EngineProbe : FTPSessionClass {
-  using FTPSessionClass::FinalLineBlankForm;
-  using FTPSessionClass::FinalLineHyphenForm;
+using S = FTPSessionClass;
+
+struct EngineProbe : FTPSessionClass {  // the shared final-line rules, for direct tests
+  using FTPSessionClass::FinalLineBlankForm, FTPSessionClass::FinalLineHyphenForm;
 };
 
 TEST(SessionObject, ConstructorsSetTheDocumentedDefaults) {
-  auto plain = std::make_shared<FTPSessionClass>();
-  auto named = std::make_shared<FTPSessionClass>(QStringLiteral("7"));
-  for (const auto& session : {plain, named}) {
-    EXPECT_EQ(session->DataPortStart, 30003);
-    EXPECT_EQ(session->DataPortEnd, 30100);
-    EXPECT_GE(session->DataPort, 30003);
-    EXPECT_LT(session->DataPort, 30100);
-    EXPECT_EQ(session->CommandPort, 21);
-    EXPECT_EQ(session->Timeout, 20000);
-    EXPECT_EQ(session->SendBufferSize, 2048);
-    EXPECT_EQ(session->ServerTextEncoding.Name(), QStringLiteral("ISO-8859-1"));
-    EXPECT_TRUE(session->PassiveMode);
-    EXPECT_EQ(session->FTPTransferType, QStringLiteral("I"));
-    EXPECT_FALSE(session->ShowInvisible);
-    EXPECT_FALSE(session->UseNameList);
-    EXPECT_FALSE(session->FTPS);
-    EXPECT_FALSE(session->IgnoreCancel);
-    EXPECT_EQ(session->VelmarCRLF, QStringLiteral("\r\n"));
-    EXPECT_EQ(session->FileDelimiter, QStringLiteral("/"));
-    ASSERT_TRUE(session->ConnectionTimer);
-    EXPECT_EQ(session->ConnectionTimer->Mode(), 0);  // off until the first step
-    ASSERT_TRUE(session->FTPStatusInstance);
-    EXPECT_EQ(session->FTPStatusInstance->Session, session.get());
-    EXPECT_EQ(session->DataSocket, nullptr);
-    EXPECT_EQ(session->CommandSocket, nullptr);
-    EXPECT_TRUE(session->Files.isEmpty());
-    EXPECT_EQ(session->GetFileCount(), -1);
-    EXPECT_GT(session->SessionStartTime, 0);
-    EXPECT_EQ(session->GetVelmarVersion(), QStringLiteral("5.0.0"));
-  }
-  EXPECT_EQ(plain->ID, QString());
-  EXPECT_EQ(named->ID, QStringLiteral("7"));
-}
-
-TEST(SessionObject, DataPortsAreDrawnAcrossTheRange) {
-  QSet<qint32> seen;
+  FTPSessionClass s;
+  EXPECT_EQ((QList<qint64>{s.DataPortStart, s.DataPortEnd, s.CommandPort, s.Timeout, s.SendBufferSize, s.GetFileCount(),
+                           s.ConnectionTimer->Mode()}),
+            (QList<qint64>{30003, 30100, 21, 20000, 2048, -1, 0}));  // the timer is off until the first step
+  EXPECT_TRUE(s.DataPort >= 30003 && s.DataPort < 30100) << s.DataPort;
+  EXPECT_EQ((QList<bool>{s.PassiveMode, s.ShowInvisible, s.UseNameList, s.FTPS, s.IgnoreCancel}),
+            (QList<bool>{true, false, false, false, false}));
+  EXPECT_EQ((QStringList{s.ServerTextEncoding.Name(), s.FTPTransferType, s.VelmarCRLF, s.FileDelimiter,
+                         s.GetVelmarVersion(), s.ID}),
+            (QStringList{"ISO-8859-1", "I", "\r\n", "/", "5.0.0", ""}));
+  EXPECT_TRUE(s.FTPStatusInstance && s.FTPStatusInstance->Session == &s);
+  EXPECT_TRUE(!s.DataSocket && !s.CommandSocket && s.Files.isEmpty());
+  EXPECT_GT(s.SessionStartTime, 0);
+  EXPECT_EQ(FTPSessionClass("7").ID, "7");
+  QSet<qint32> seen;  // data ports are drawn across the range: a fixed port would give 1
   for (int i = 0; i < 200; ++i) seen.insert(FTPSessionClass().DataPort);
-  EXPECT_GT(seen.size(), 20);  // a fixed port would give 1
+  EXPECT_GT(seen.size(), 20);
 }
 
-TEST(SessionObject, FilesAreAStackAndTheCountIsTheLastIndex) {
-  FTPSessionClass session;
-  EXPECT_EQ(session.GetNextFileName(), QString());
-  session.AddFileName(QStringLiteral("a"));
-  EXPECT_EQ(session.GetFileCount(), 0);
-  session.AddFileName(QStringLiteral("b"));
-  EXPECT_EQ(session.GetFileCount(), 1);
-  EXPECT_EQ(session.GetNextFileName(), QStringLiteral("b"));
-  EXPECT_EQ(session.GetNextFileName(), QStringLiteral("a"));
-  EXPECT_EQ(session.GetNextFileName(), QString());
-  EXPECT_EQ(session.GetFileCount(), -1);
-}
-
-TEST(SessionObject, SettersStoreTextsAsGiven) {
-  FTPSessionClass session;
-  session.SetLoginInfo(QStringLiteral("h"), QStringLiteral("u"), QStringLiteral("p"));
-  EXPECT_EQ(session.ServerAddress, QStringLiteral("h"));
-  EXPECT_EQ(session.ServerUserID, QStringLiteral("u"));
-  EXPECT_EQ(session.ServerPassword, QStringLiteral("p"));
-  session.SetLocalDirectoryPathName(QStringLiteral("/no/delimiter/added"));
-  EXPECT_EQ(session.GetLocalDirectoryPathName(), QStringLiteral("/no/delimiter/added"));
-  session.SetServerDirectoryPathName(QStringLiteral("pub"));
-  EXPECT_EQ(session.GetServerDirectoryPathName(), QStringLiteral("pub"));
-  session.SetTimeoutSeconds(-3);
-  EXPECT_EQ(session.Timeout, -3000);
-  session.SetServerEncoding(TextEncoding::UTF8());
-  EXPECT_EQ(session.ServerTextEncoding, TextEncoding::UTF8());
-}
-
-TEST(SessionObject, StatusReportingCannotBeSwitchedOff) {
-  FTPSessionClass session;
-  const auto before = session.FTPStatusInstance;
-  session.SetStatusReporting(false);
-  EXPECT_EQ(session.FTPStatusInstance, before);
-  session.SetStatusReporting(true);
-  EXPECT_NE(session.FTPStatusInstance, before);
-  EXPECT_TRUE(session.FTPStatusInstance);
-}
-
-TEST(SessionObject, InstalledReceiverFactoryIsUsedForNewReceivers) {
+TEST(SessionObject, StatusReportingCannotBeSwitchedOffAndUsesTheInstalledFactory) {
   auto log = std::make_shared<QStringList>();
   FTPStatusClass::SetFactory([log](FTPSessionClass* s) { return std::make_shared<RecordingStatus>(s, log); });
   FTPSessionClass session;
   FTPStatusClass::SetFactory({});
-  session.FTPStatusInstance->Status_FTP(QStringLiteral("hello"));
-  EXPECT_EQ(*log, QStringList{QStringLiteral("status\thello")});
+  const auto made = session.FTPStatusInstance;
+  session.SetStatusReporting(false);
+  EXPECT_EQ(session.FTPStatusInstance, made);
+  session.SetStatusReporting(true);
+  EXPECT_TRUE(session.FTPStatusInstance && session.FTPStatusInstance != made);
+  made->Status_FTP("hello");
+  EXPECT_EQ(*log, QStringList{"status\thello"});
 }
 
-TEST(SessionObject, SqueezeShrinksRunsOfEachListedCharacter) {
-  FTPSessionClass session;
-  EXPECT_EQ(session.Squeeze(QStringLiteral("a   b"), QStringLiteral(" ")), QStringLiteral("a b"));
-  EXPECT_EQ(session.Squeeze(QStringLiteral("x"), QStringLiteral("x")), QStringLiteral("x"));
-  EXPECT_EQ(session.Squeeze(QStringLiteral("a      b  c"), QStringLiteral(" ")), QStringLiteral("a b c"));
-  EXPECT_EQ(session.Squeeze(QStringLiteral("a--__--b"), QStringLiteral("-_")), QStringLiteral("a-_-b"));
-}
-
-TEST(SessionObject, SuccessTextsAreTheFourteenAndCaseDoesNotMatter) {
-  FTPSessionClass session;
-  EXPECT_TRUE(session.SuccessfulMessage(QStringLiteral("Logon Complete.")));
-  EXPECT_TRUE(session.SuccessfulMessage(QStringLiteral("logoff complete.")));
-  EXPECT_TRUE(session.SuccessfulMessage(QStringLiteral("System information received.")));
-  EXPECT_TRUE(session.SuccessfulMessage(QStringLiteral("Directory Transfer Complete.")));
-  EXPECT_FALSE(session.SuccessfulMessage(QStringLiteral("Logon Complete")));
-  EXPECT_FALSE(session.SuccessfulMessage(QStringLiteral("Error: The connection timed out. Ending session.")));
-  EXPECT_FALSE(session.SuccessfulMessage(QString()));
+TEST(SessionObject, SqueezeAndTheSuccessTexts) {
+  FTPSessionClass s;
+  EXPECT_EQ((QStringList{s.Squeeze("a   b", " "), s.Squeeze("x", "x"), s.Squeeze("a      b  c", " "),
+                         s.Squeeze("a--__--b", "-_")}),
+            (QStringList{"a b", "x", "a b c", "a-_-b"}));
+  // The fourteen texts, whatever their case, and nothing else.
+  for (const char* text : {"Logon Complete.", "logoff complete.", "System information received.",
+                           "Directory Transfer Complete."})
+    EXPECT_TRUE(s.SuccessfulMessage(text)) << text;
+  for (const char* text : {"Logon Complete", "Error: The connection timed out. Ending session.", ""})
+    EXPECT_FALSE(s.SuccessfulMessage(text)) << text;
 }
 
 TEST(FinalLineTest, BlankAndHyphenFormsDifferAsDocumented) {
-  struct Case {
-    const char* line;
-    bool blank;
-    bool hyphen;
-  };
-  const Case cases[] = {
-      {"226 Done", true, true},     {"150-Opening", false, false}, {" 230 indented", false, false},
-      {"226", false, true},         {"2261 text", false, true},    {"", false, true},
-      {"x     ", true, true},       {"abc", false, true},          {"331 ", true, true},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(EngineProbe::FinalLineBlankForm(QString::fromLatin1(c.line)), c.blank) << c.line;
-    EXPECT_EQ(EngineProbe::FinalLineHyphenForm(QString::fromLatin1(c.line)), c.hyphen) << c.line;
+  const std::tuple<const char*, bool, bool> cases[] = {  // line, blank form, hyphen form
+      {"226 Done", true, true}, {"150-Opening", false, false}, {" 230 indented", false, false},
+      {"226", false, true},     {"2261 text", false, true},    {"", false, true},
+      {"x     ", true, true},   {"abc", false, true},          {"331 ", true, true}};
+  for (const auto& [line, blank, hyphen] : cases) {
+    EXPECT_EQ(EngineProbe::FinalLineBlankForm(QString::fromLatin1(line)), blank) << line;
+    EXPECT_EQ(EngineProbe::FinalLineHyphenForm(QString::fromLatin1(line)), hyphen) << line;
   }
 }
 
-TEST(NextFTPStep, EmptyCommandSendsNothingAndShowsTheStatus) {
-  FTPSessionClass session;
-  auto log = RecordingStatus::Attach(session);
-  session.NextFTPStep(QStringLiteral("CONNECT"), QString(), QStringLiteral("Send Logon Command"));
-  EXPECT_EQ(session.CurrentFTPStep, QStringLiteral("CONNECT"));
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("response\t"), QStringLiteral("status\tSend Logon Command")}));
-  EXPECT_EQ(session.ConnectionTimer->Mode(), 1);
+// A session with a given type, step and buffer, driven by a call of the engine: the whole
+// report stream, and the rest of the buffer, the step, the type and the timer after it.
+struct EngineRow {
+  const char *name, *type, *step;
+  QByteArray buffer;
+  std::function<void(S&)> act;
+  QStringList log;
+  int timerMode = 1;
+  QByteArray rest = {};
+  const char* stepAfter = nullptr;  // the step when it differs from `step`
+};
+void PrintTo(const EngineRow& row, std::ostream* out) { *out << row.name; }
+
+// Feeds replies: 0 is ParseCommandBuffer() on the buffer, a code is ParseCommandBuffer(code).
+auto Feed(QList<int> feed, bool utf8 = false) {
+  return [=](S& s) {
+    if (utf8) s.SetServerEncoding(TextEncoding::UTF8());
+    for (int code : feed) code ? s.ParseCommandBuffer(code) : s.ParseCommandBuffer();
+  };
+}
+auto Step(const char* step, const char* command, const char* status) {
+  return [=](S& s) { s.NextFTPStep(step, command, status); };
 }
 
-TEST(NextFTPStep, CommandsHoldingPassAreMaskedInAnyCase) {
-  FTPSessionClass session;
-  auto log = RecordingStatus::Attach(session);
-  session.NextFTPStep(QStringLiteral("STOR"), QStringLiteral("STOR compass.txt"), QStringLiteral("Send file"));
-  session.NextFTPStep(QStringLiteral("PASS"), QStringLiteral("PASS secret"), QStringLiteral("Send Password"));
-  session.NextFTPStep(QStringLiteral("USER"), QStringLiteral("USER bob"), QStringLiteral("Send UserID"));
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("response")}),
-            (QStringList{QStringLiteral("response\tPASS"), QStringLiteral("response\tPASS"),
-                         QStringLiteral("response\tUSER bob")}));
-}
+const EngineRow kRows[] = {
+    // NextFTPStep masks any command holding "pass", in any case.
+    {"CommandsHoldingPassAreMasked", "", "STOR", "", Step("STOR", "STOR compass.txt", "Send file"),
+     {"response\tPASS", "status\tSend file"}},
+    // NOOP runs the new step at once with code 200 (Logoff's QUIT ends on any line), no status; Buffer is lost.
+    {"NoopRunsTheNewStepAtOnce", "Logoff", "", "stale line\r\n", Step("QUIT", "NOOP", "never shown"),
+     {"response\t200 NOOP command successful.", "success\tLogoff Complete."}, 0, {}, "QUIT"},
+    // A resident method on a session that never logged on, then each missing piece; the type
+    // and the step stay. Ending keeps what sockets there are, as after a Logon.
+    {"SocketsActiveNamesEachMissingPiece", "Before", "STEP", "",
+     [](S& s) {
+       s.Logoff();
+       s.IgnoreCancel = true;
+       s.DataSocket = MakeEventSource<FTPDataSocket>(&s);
+       EXPECT_FALSE(s.SocketsActive());
+       s.CommandSocket = MakeEventSource<FTPCommandSocket>(&s);
+       EXPECT_FALSE(s.SocketsActive());  // made but never connected
+     },
+     {"error\tData Socket is no longer active.", "error\tCommand Socket is no longer active.",
+      "error\tConnection Lost."}, 0},
 
-TEST(NextFTPStep, ForcenoopIsReportedUnderItsOwnName) {
-  FTPSessionClass session;
-  auto log = RecordingStatus::Attach(session);
-  session.NextFTPStep(QStringLiteral("FILEEND"), QStringLiteral("FORCENOOP"), QStringLiteral("Get file "));
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("response\tFORCENOOP"), QStringLiteral("status\tGet file ")}));
-}
+    {"EndFTPSessionReportsByTheTextAndClosesSocketsUnlessIgnoreCancel", "", "", "",
+     [](S& s) {
+       s.CommandSocket = MakeEventSource<FTPCommandSocket>(&s);
+       s.DataSocket = MakeEventSource<FTPDataSocket>(&s);
+       s.IgnoreCancel = true;
+       s.EndFTPSession("Logon Complete.");
+       EXPECT_TRUE(s.CommandSocket && s.DataSocket);
+       s.IgnoreCancel = false;
+       s.ResetConnectionTimer();
+       s.EndFTPSession(QString());  // reports nothing, still stops and closes
+       EXPECT_TRUE(!s.CommandSocket && !s.DataSocket);
+       s.EndFTPSession("Error: 104");
+     },
+     {"success\tLogon Complete.", "error\tError: 104"}, 0},
+    // Lines that arrive more often than the timeout keep the session alive; then it runs out.
+    {"EachResetStartsTheCountdownAfresh", "", "", "",
+     [](S& s) {
+       s.Timeout = 300;
+       s.ResetConnectionTimer();
+       EXPECT_EQ(s.ConnectionTimer->Period(), 300);
+       for (int i = 0; i < 8; ++i) {
+         RunFor(100);
+         s.Buffer = "200 alive\r\n";
+         s.ParseCommandBuffer();
+       }
+       ASSERT_TRUE(RunUntil([&] { return s.ConnectionTimer->Mode() == 0; }, 5000));
+     },
+     QStringList(8, "response\t200 alive") << "error\tError: The connection timed out. Ending session.", 0},
 
-TEST(NextFTPStep, NoopRunsTheNewStepAtOnceWithCode200AndShowsNoStatus) {
-  auto session = std::make_shared<FTPSessionClass>();
+    // ParseCommandBuffer. No machine runs for an empty session type: the lines are consumed and shown.
+    {"LinesAreTakenOneAtATime", "", "", "331-first\r\n226\r\n\r\nabc def\r\nrest", Feed({0, 0, 0, 0}),
+     {"response\t331-first", "response\t226", "response\t", "response\tabc def"}, 1, "rest"},
+    {"TextIsLatin1ByDefault", "", "", "257 \"/caf\xc3\xa9\"\r\n", Feed({0}), {"response\t257 \"/caf\u00c3\u00a9\""}},
+    {"TextInTheServerEncoding", "", "", "257 \"/caf\xc3\xa9\"\r\n", Feed({0}, true), {"response\t257 \"/caf\u00e9\""}},
+    // Hyphen, then a leading blank: not final. A free text line is final under the hyphen
+    // form, with code 0. Dispatch ignores the case of the type.
+    {"CodesAreTheLeadingNumber", "logon", "CONNECT", "220-Welcome\r\n 220 more\r\nfree text\r\n", Feed({0, 0, 0}),
+     {"response\t220-Welcome", "response\t 220 more", "response\tfree text", "error\tError: free text\n"}, 0},
+    {"IntegerFormDispatchesAMadeUpLineAndLeavesTheBuffer", "Logon", "CONNECT", "kept\r\n", Feed({500}),
+     {"error\tError: x     \nkept\r\n"}, 0, "kept\r\n"},
+    // Logon refuses 230 after USER; an idle logged-on session never times out.
+    {"LogonUserAndPassStepsAcceptOnlyTheirCodes", "Logon", "USER", "", Feed({230, 331, 230}),
+     {"error\tError: x     \n", "response\tPASS", "status\tSend Password", "success\tLogon Complete."}, 0, {}, "PASS"},
+    {"LogonIgnoresAnUnknownStep", "Logon", "NOWHERE", "200 fine\r\n", Feed({0}), {"response\t200 fine"}},
+    {"LogoffEndsOnAnUnknownStep", "Logoff", "NOWHERE", "200 fine\r\n", Feed({0}),
+     {"response\t200 fine", "error\tUnknown error during (NOWHERE)."}, 0},
+};
+
+class Engine : public ::testing::TestWithParam<EngineRow> {};
+
+TEST_P(Engine, ReportsAndState) {
+  const EngineRow& row = GetParam();
+  auto session = std::make_shared<S>();
   auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("Logoff");
-  session->Buffer = "stale line\r\n";
-  // Logoff's machine in step "QUIT" ends the session on any final line.
-  session->NextFTPStep(QStringLiteral("QUIT"), QStringLiteral("NOOP"), QStringLiteral("never shown"));
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("response\t200 NOOP command successful."),
-                               QStringLiteral("success\tLogoff Complete.")}));
-  EXPECT_TRUE(session->Buffer.isEmpty());  // what Buffer held is lost
+  session->FTPSessionType = row.type;
+  session->CurrentFTPStep = row.step;
+  session->Buffer = row.buffer;
+  row.act(*session);
+  EXPECT_EQ(*log, row.log);
+  EXPECT_EQ(session->Buffer, row.rest);
+  EXPECT_EQ(session->FTPSessionType, row.type);
+  EXPECT_EQ(session->CurrentFTPStep, row.stepAfter ? row.stepAfter : row.step);
+  EXPECT_EQ(session->ConnectionTimer->Mode(), row.timerMode);
 }
 
-TEST(EndFTPSession, ReportsByTheTextAndClosesSocketsUnlessIgnoreCancel) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->ResetConnectionTimer();
-  session->CommandSocket = MakeEventSource<FTPCommandSocket>(session.get());
-  session->DataSocket = MakeEventSource<FTPDataSocket>(session.get());
-
-  session->IgnoreCancel = true;
-  session->EndFTPSession(QStringLiteral("Logon Complete."));
-  EXPECT_TRUE(session->CommandSocket);
-  EXPECT_TRUE(session->DataSocket);
-  EXPECT_EQ(session->ConnectionTimer->Mode(), 0);
-
-  session->IgnoreCancel = false;
-  session->ResetConnectionTimer();
-  session->EndFTPSession(QString());  // reports nothing, still stops and closes
-  EXPECT_EQ(session->ConnectionTimer->Mode(), 0);
-  EXPECT_EQ(session->CommandSocket, nullptr);
-  EXPECT_EQ(session->DataSocket, nullptr);
-
-  session->EndFTPSession(QStringLiteral("Error: 104"));
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("success\tLogon Complete."), QStringLiteral("error\tError: 104")}));
-}
-
-TEST(SocketsActive, EachMissingPieceEndsTheSessionWithItsOwnMessage) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("Before");
-  session->CurrentFTPStep = QStringLiteral("STEP");
-  session->Logoff();  // a resident method on a session that never logged on
-  session->IgnoreCancel = true;  // as after a Logon: ending keeps what sockets there are
-  session->DataSocket = MakeEventSource<FTPDataSocket>(session.get());
-  EXPECT_FALSE(session->SocketsActive());
-  session->CommandSocket = MakeEventSource<FTPCommandSocket>(session.get());
-  EXPECT_FALSE(session->SocketsActive());  // made but never connected
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("error\tData Socket is no longer active."),
-                               QStringLiteral("error\tCommand Socket is no longer active."),
-                               QStringLiteral("error\tConnection Lost.")}));
-  EXPECT_EQ(session->FTPSessionType, QStringLiteral("Before"));
-  EXPECT_EQ(session->CurrentFTPStep, QStringLiteral("STEP"));
-}
-
-TEST(ParseCommandBuffer, TakesOneLineAndReadsTheLeadingCode) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->Buffer = "331-first\r\n226\r\n\r\nabc def\r\nrest";
-  session->ParseCommandBuffer();
-  session->ParseCommandBuffer();
-  session->ParseCommandBuffer();
-  session->ParseCommandBuffer();
-  // No machine runs for an empty session type: the lines are consumed and shown.
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("response\t331-first"), QStringLiteral("response\t226"),
-                               QStringLiteral("response\t"), QStringLiteral("response\tabc def")}));
-  EXPECT_EQ(session->Buffer, QByteArray("rest"));
-}
-
-TEST(ParseCommandBuffer, CodesReachTheMachineAsTheLeadingNumber) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("logon");  // dispatch ignores case
-  session->CurrentFTPStep = QStringLiteral("CONNECT");
-  session->Buffer = "220-Welcome\r\n 220 continued\r\nfree text line\r\n";
-  session->ParseCommandBuffer();  // hyphen: not final
-  session->ParseCommandBuffer();  // starts with a blank: not final
-  EXPECT_EQ(session->CurrentFTPStep, QStringLiteral("CONNECT"));
-  session->ParseCommandBuffer();  // final under the hyphen form, with code 0
-  const QStringList ends = RecordingStatus::Only(*log, {QStringLiteral("error"), QStringLiteral("success")});
-  EXPECT_EQ(ends, QStringList{QStringLiteral("error\tError: free text line\n")});
-}
-
-TEST(ParseCommandBuffer, IntegerFormDispatchesAMadeUpLineAndLeavesTheBuffer) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("Logon");
-  session->CurrentFTPStep = QStringLiteral("CONNECT");
-  session->Buffer = "kept\r\n";
-  session->ParseCommandBuffer(500);
-  EXPECT_EQ(session->Buffer, QByteArray("kept\r\n"));
-  EXPECT_EQ(*log, QStringList{QStringLiteral("error\tError: x     \nkept\r\n")});
-}
-
-TEST(ParseCommandBuffer, TextIsReadInTheServerEncoding) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->Buffer = "257 \"/caf\xc3\xa9\"\r\n";
-  session->ParseCommandBuffer();
-  session->SetServerEncoding(TextEncoding::UTF8());
-  session->Buffer = "257 \"/caf\xc3\xa9\"\r\n";
-  session->ParseCommandBuffer();
-  EXPECT_EQ(*log, (QStringList{QStringLiteral("response\t257 \"/caf\u00c3\u00a9\""),
-                               QStringLiteral("response\t257 \"/caf\u00e9\"")}));
-}
-
-TEST(LogonMachine, UnknownStepsDoNothingButLogoffEndsOnThem) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("Logon");
-  session->CurrentFTPStep = QStringLiteral("NOWHERE");
-  session->Buffer = "200 fine\r\n";
-  session->ParseCommandBuffer();
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("error")}), QStringList());
-  session->FTPSessionType = QStringLiteral("Logoff");
-  session->Buffer = "200 fine\r\n";
-  session->ParseCommandBuffer();
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("error")}),
-            QStringList{QStringLiteral("error\tUnknown error during (NOWHERE).")});
-}
-
-TEST(LogonMachine, UserAndPassStepsAcceptOnlyTheirCodes) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->FTPSessionType = QStringLiteral("Logon");
-  session->CurrentFTPStep = QStringLiteral("USER");
-  session->ParseCommandBuffer(230);  // logged on without a password: refused by Logon
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("error")}),
-            QStringList{QStringLiteral("error\tError: x     \n")});
-  session->ParseCommandBuffer(331);
-  EXPECT_EQ(session->CurrentFTPStep, QStringLiteral("PASS"));
-  session->ParseCommandBuffer(230);
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("success")}),
-            QStringList{QStringLiteral("success\tLogon Complete.")});
-  EXPECT_EQ(session->CurrentFTPStep, QStringLiteral("PASS"));
-  EXPECT_EQ(session->ConnectionTimer->Mode(), 0);  // an idle logged-on session never times out
-}
-
-TEST(ConnectionTimer, RunsOutWithTheTimeoutMessage) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->Timeout = 50;
-  session->ResetConnectionTimer();
-  session->SetTimeoutSeconds(100);  // applies from the next reset only
-  EXPECT_EQ(session->ConnectionTimer->Period(), 50);
-  ASSERT_TRUE(RunUntil([&] { return !log->isEmpty(); }, 5000));
-  EXPECT_EQ(*log, QStringList{QStringLiteral("error\tError: The connection timed out. Ending session.")});
-  EXPECT_EQ(session->ConnectionTimer->Mode(), 0);
-}
-
-TEST(ConnectionTimer, EachResetStartsTheCountdownAfresh) {
-  auto session = std::make_shared<FTPSessionClass>();
-  auto log = RecordingStatus::Attach(*session);
-  session->Timeout = 300;
-  session->ResetConnectionTimer();
-  // Lines keep arriving more often than the timeout: the session stays alive.
-  for (int i = 0; i < 8; ++i) {
-    RunFor(100);
-    session->Buffer = "200 alive\r\n";
-    session->ParseCommandBuffer();
-  }
-  EXPECT_EQ(RecordingStatus::Only(*log, {QStringLiteral("error")}), QStringList());
-  ASSERT_TRUE(RunUntil([&] { return !RecordingStatus::Only(*log, {QStringLiteral("error")}).isEmpty(); }, 5000));
-}
+INSTANTIATE_TEST_SUITE_P(Rows, Engine, ::testing::ValuesIn(kRows), [](const auto& info) { return info.param.name; });
 
 TEST(Lifetime, AReleasedIdleSessionIsFreedAtOnce) {
-  std::weak_ptr<FTPSessionClass> watch;
-  {
-    auto session = std::make_shared<FTPSessionClass>();
-    session->ResetConnectionTimer();
-    watch = session;
-  }
+  auto session = std::make_shared<FTPSessionClass>();
+  session->ResetConnectionTimer();
+  const std::weak_ptr<FTPSessionClass> watch = session;
+  session.reset();
   EXPECT_TRUE(watch.expired());
 }
 
