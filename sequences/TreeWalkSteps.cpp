@@ -7,6 +7,8 @@
 #include "platform/Exceptions.h"
 #include "platform/Strings.h"
 
+#include <utility>
+
 namespace velmar {
 
 bool FTPSessionClass::ConnectingTreeHeadSteps(const QString& replyLine, qint32 replyCode, const char* quitMessage) {
@@ -75,10 +77,8 @@ bool FTPSessionClass::ListDirectorySteps(const QString& replyLine, qint32 replyC
   } else if (replyCode == 226) {
     Deref(DataSocket, "DataSocket").Poll();
     if (nextPortAfterListing && !PassiveMode) NextDataPort();
-    if (DataSocket->IsConnected())
-      stepAfterListing_ = QString::fromLatin1(afterListing);
-    else
-      NextFTPStep(QString::fromLatin1(afterListing), QStringLiteral("NOOP"), QStringLiteral("NOOP"));
+    stepAfterListing_ = QString::fromLatin1(afterListing);
+    if (!DataSocket->IsConnected()) ListingTakenIn();
   } else {
     ErrorBranch(replyLine);
   }
