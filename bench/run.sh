@@ -107,34 +107,11 @@ greets() {
   return 1
 }
 
-# vsftpd_conf PORT FILE
+# vsftpd_conf PORT FILE: the configuration the tests and the demo use, with room for the
+# hundreds of connections of a drop.
 vsftpd_conf() {
-  cat >"$2" <<EOF
-listen=YES
-listen_ipv6=NO
-background=NO
-listen_address=127.0.0.1
-listen_port=$1
-anonymous_enable=NO
-local_enable=YES
-write_enable=YES
-local_umask=022
-seccomp_sandbox=NO
-isolate_network=NO
-pam_service_name=vsftpd
-secure_chroot_dir=$WORK/empty
-chroot_local_user=YES
-allow_writeable_chroot=YES
-pasv_enable=YES
-pasv_min_port=31000
-pasv_max_port=31999
-port_enable=YES
-connect_from_port_20=NO
-xferlog_enable=NO
-dirmessage_enable=NO
-max_clients=1000
-max_per_ip=1000
-EOF
+  sed -e "s|@PORT@|$1|" -e "s|@EMPTY_DIR@|$WORK/empty|" -e 's/^max_clients=.*/max_clients=1000/' \
+    -e 's/^max_per_ip=.*/max_per_ip=1000/' "$REPO/scripts/vsftpd.conf" >"$2"
 }
 
 # start_vsftpd PORT NAME: sets VSFTPD_PID (leader of its own process group).

@@ -18,6 +18,7 @@ TQ_SERVER_PID=""
 TQ_SERVER_USER=""
 TQ_SERVER_DIR=""
 TQ_PYTHON=/usr/bin/python3
+TQ_SCRIPTS_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 tq_log() { printf '%s\n' "$*" >&2; }
 
@@ -81,12 +82,7 @@ tq_start_vsftpd() {
   printf '%s:%s\n' "$user" "$password" | chpasswd -c SHA512 || return 1
   chown -R "$user:" "$root" || return 1
   mkdir -m 755 "$TQ_SERVER_DIR/empty"
-  printf '%s\n' listen=YES listen_ipv6=NO background=NO listen_address=127.0.0.1 listen_port=21 \
-    anonymous_enable=NO local_enable=YES write_enable=YES local_umask=022 seccomp_sandbox=NO isolate_network=NO \
-    pam_service_name=vsftpd "secure_chroot_dir=$TQ_SERVER_DIR/empty" chroot_local_user=YES allow_writeable_chroot=YES \
-    pasv_enable=YES pasv_min_port=31000 pasv_max_port=31999 port_enable=YES connect_from_port_20=NO \
-    xferlog_enable=NO dirmessage_enable=NO use_localtime=NO delay_failed_login=0 max_per_ip=0 max_clients=0 \
-    >"$TQ_SERVER_DIR/vsftpd.conf"
+  sed -e 's|@PORT@|21|' -e "s|@EMPTY_DIR@|$TQ_SERVER_DIR/empty|" "$TQ_SCRIPTS_DIR/vsftpd.conf" >"$TQ_SERVER_DIR/vsftpd.conf"
   # In a session of its own, so that its forked connection processes stop with it.
   setsid /usr/sbin/vsftpd "$TQ_SERVER_DIR/vsftpd.conf" >"$TQ_SERVER_DIR/server.log" 2>&1 &
   tq_await vsftpd

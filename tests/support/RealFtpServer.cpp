@@ -28,39 +28,6 @@ namespace {
 
 constexpr int kStartTimeoutMs = 10000;
 
-// %1 is the port, %2 the empty folder vsftpd needs. vsftpd skips the lines that start with '#'.
-constexpr char kVsftpdConfig[] = R"(listen=YES
-listen_ipv6=NO
-background=NO
-listen_address=127.0.0.1
-listen_port=%1
-anonymous_enable=NO
-local_enable=YES
-write_enable=YES
-local_umask=022
-# Its seccomp filter kills sessions on Debian 12's glibc (newfstatat).
-seccomp_sandbox=NO
-# A network namespace per login makes every login slow.
-isolate_network=NO
-pam_service_name=vsftpd
-secure_chroot_dir=%2
-chroot_local_user=YES
-allow_writeable_chroot=YES
-pasv_enable=YES
-# Below the ephemeral range: ports in TIME_WAIT there make PASV fail.
-pasv_min_port=31000
-pasv_max_port=31999
-port_enable=YES
-connect_from_port_20=NO
-xferlog_enable=NO
-dirmessage_enable=NO
-use_localtime=NO
-# Its own pause after a wrong password (PAM adds another): tests of refusals stay short.
-delay_failed_login=0
-max_per_ip=0
-max_clients=0
-)";
-
 QString FirstLine(const QByteArray& output) {
   return QString::fromLocal8Bit(output).trimmed().section(u'\n', 0, 0).trimmed();
 }
@@ -250,6 +217,10 @@ struct RealFtpServer::Impl {
     // The user owns its home (it is the chroot); the folders above it must be traversable.
     if (error.isEmpty()) error = RunTool(u"chown"_s, {user + u':', root});
     if (!error.isEmpty()) return error;
+    // The configuration shared with the demo and the benchmarks.
+    QFile shared(QStringLiteral(VELMAR_VSFTPD_CONFIG));
+    if (!shared.open(QIODevice::ReadOnly)) return u"cannot read %1"_s.arg(shared.fileName());
+    const QByteArray configTemplate = shared.readAll();
     const QString emptyDir = temp.filePath(u"empty"_s);
     QDir().mkpath(emptyDir);
     for (const QString& dir : {temp.path(), emptyDir}) ::chmod(QFile::encodeName(dir).constData(), 0755);
@@ -260,7 +231,8 @@ struct RealFtpServer::Impl {
       if (port == 0) return u"no free port on 127.0.0.1"_s;
       QFile config(temp.filePath(u"vsftpd.conf"_s));
       if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-          config.write(QString::fromLatin1(kVsftpdConfig).arg(QString::number(port), emptyDir).toUtf8()) < 0)
+          config.write(QByteArray(configTemplate).replace("@PORT@", QByteArray::number(port))
+                           .replace("@EMPTY_DIR@", QFile::encodeName(emptyDir))) < 0)
         return u"cannot write %1"_s.arg(config.fileName());
       config.close();
       // vsftpd does not tell when it listens: knock until it greets, or it exits.
