@@ -4,6 +4,7 @@
 // logoff, in the clear and over explicit TLS, and the exit status of failures.
 #include "support/QtPrinters.h"
 #include "support/RealFtpServer.h"
+#include "support/RecordingStatus.h"
 #include "support/ScriptedFtpServer.h"
 #include "tests/shell/ShellProcess.h"
 
@@ -26,12 +27,8 @@ ScriptedFtpServer& Logon(ScriptedFtpServer& server, const QString& answer = "230
       .Expect("PASS s3cret", {Line(answer)});
 }
 
-QStringList Only(const QStringList& lines, const QStringList& kinds) {
-  QStringList out;
-  for (const QString& line : lines)
-    if (kinds.contains(line.section(u'\t', 0, 0))) out.append(line);
-  return out;
-}
+// The shell prints reports as the log records them: kind, TAB, text.
+constexpr auto* Only = &RecordingStatus::Only;
 
 // The one-command operations as a script calls them: a quoted argument, a field set by
 // its name, and the exit status of the last report.

@@ -1,6 +1,7 @@
 #pragma once
 // A status receiver that records every report as "kind<TAB>text", for assertions on the
 // exact report stream of a session.
+#include "session/FTPSessionClass.h"
 #include "session/FTPStatusClass.h"
 #include "support/QtPrinters.h"
 
