@@ -141,31 +141,6 @@ stop_server() {
   wait "$1" 2>/dev/null || true
 }
 
-write_pyftpd() {
-  cat >"$WORK/pyftpd.py" <<'EOF'
-# pyftpdlib on 127.0.0.1, a free port (printed first), passive 29000-29999, log level WARNING.
-import logging, sys
-from pyftpdlib.authorizers import DummyAuthorizer
-from pyftpdlib.handlers import BufferedIteratorProducer, FTPHandler
-from pyftpdlib.log import config_logging
-from pyftpdlib.servers import FTPServer
-
-# Listings in one write (the default is 20 lines a write): velmar's tree walk reads only the last
-# read of a listing, as vsftpd's single write always satisfies. The peers get the same server.
-BufferedIteratorProducer.loops = 100000
-
-root, user, password = sys.argv[1:4]
-config_logging(level=logging.WARNING)
-authorizer = DummyAuthorizer()
-authorizer.add_user(user, password, root, perm="elradfmwMT")
-FTPHandler.authorizer = authorizer
-FTPHandler.passive_ports = range(29000, 30000)
-server = FTPServer(("127.0.0.1", 0), FTPHandler)
-print(server.address[1], flush=True)
-server.serve_forever()
-EOF
-}
-
 # ---------------------------------------------------------------- clients
 
 LFTP_SET='set cmd:fail-exit yes; set net:max-retries 1; set net:timeout 60; set net:connection-limit 1; set xfer:clobber on; set ftp:passive-mode on'
@@ -865,8 +840,10 @@ main() {
   done
   [[ -n $vport ]] || die "vsftpd did not start: $(head -c 300 "$WORK/vsftpd-main.log")"
 
-  write_pyftpd
-  setsid /usr/bin/python3 "$WORK/pyftpd.py" "$WORK/srv-pyftpd" "$FTP_USER" "$FTP_PASS" >"$WORK/pyftpd.port" 2>"$WORK/pyftpd.log" &
+  # Listings in one write (the default is 20 lines a write): velmar's tree walk reads only the
+  # last read of a listing, as vsftpd's single write always satisfies. The peers get the same.
+  setsid /usr/bin/python3 "$REPO/scripts/pyftpd_server.py" --root "$WORK/srv-pyftpd" --user "$FTP_USER" \
+    --password "$FTP_PASS" --listing-in-one-write >"$WORK/pyftpd.port" 2>"$WORK/pyftpd.log" &
   local ppid=$! pport="" i
   SERVER_PIDS+=("$ppid")
   for ((i = 0; i < 100; i++)); do

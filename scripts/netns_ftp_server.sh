@@ -90,47 +90,8 @@ tq_start_vsftpd() {
 
 tq_start_pyftpdlib() {
   "$TQ_PYTHON" -c 'import pyftpdlib' 2>/dev/null || return 1
-  setsid "$TQ_PYTHON" - "$@" >"$TQ_SERVER_DIR/server.log" 2>&1 <<'PY' &
-import logging, socket, sys
-from pyftpdlib.authorizers import DummyAuthorizer
-from pyftpdlib.handlers import DTPHandler, FTPHandler
-from pyftpdlib.servers import FTPServer
-root, user, password = sys.argv[1:4]
-logging.basicConfig(level=logging.WARNING)
-authorizer = DummyAuthorizer()
-authorizer.add_user(user, password, root, perm="elradfmwMT")
-FTPHandler.authorizer = authorizer
-FTPHandler.passive_ports = list(range(29000, 30000))
-FTPHandler.auth_failed_timeout = 0.1
-
-class PatientDTPHandler(DTPHandler):
-    # A client may send a file's bytes as soon as the data connection is up, before the
-    # server has read its STOR. pyftpdlib takes a readable data connection that is not yet
-    # receiving for a closed one and resets it, and the STOR then waits for ever: here only
-    # a connection that really has ended is closed.
-    def readable(self):
-        if not self.receive and not self._initialized:
-            try:
-                if self.socket.recv(1, socket.MSG_PEEK):
-                    return False
-            except BlockingIOError:
-                return False
-            except OSError:
-                pass
-            return self.close()
-        return self.receive
-
-class Latin1Handler(FTPHandler):
-    dtp_handler = PatientDTPHandler
-
-    # The client speaks ISO Latin 1; the file system gets the same names in UTF-8.
-    def decode(self, data):
-        return data.decode("latin-1")
-
-server = FTPServer(("127.0.0.1", 21), Latin1Handler, backlog=1024)  # hundreds connect at once
-server.max_cons = server.max_cons_per_ip = 0
-server.serve_forever()
-PY
+  setsid "$TQ_PYTHON" "$TQ_SCRIPTS_DIR/pyftpd_server.py" --root "$1" --user "$2" --password "$3" --port 21 \
+    --latin1-names --crowd >"$TQ_SERVER_DIR/server.log" 2>&1 </dev/null &
   tq_await pyftpdlib && TQ_NAMES_AS_SENT=0
 }
 
