@@ -21,22 +21,20 @@ void ExpectRows(std::initializer_list<std::pair<T, T>> rows) {
 TEST(StringsTest, InStrIsOneBasedFromAStartAndIgnoresCaseAndSoDoCountsOfFields) {
   // Start 1 is also checked through the two-argument form; a start before 1 counts as 1.
   const struct { int start; QString text, find; int expected; } rows[] = {
-      {1, "abc", "a", 1}, {1, "abc", "c", 3}, {1, "abc", "d", 0}, {1, "abc", {}, 0}, {1, {}, "a", 0},
-      {1, "230 User logged in", "LOGGED", 10}, {1, "Microsoft FTP Service", "microsoft", 1},
-      {1, "ÄrGER", "äRger", 1}, {1, "a-b-c", "-", 2}, {2, "a-b-c", "-", 2}, {3, "a-b-c", "-", 4},
-      {5, "a-b-c", "-", 0}, {6, "a-b-c", "c", 0}, {0, "a-b-c", "a", 1}, {-7, "a-b-c", "a", 1},
-      {3, "xAxa", "A", 4},
+      {1, "abc", "c", 3}, {1, "abc", "d", 0}, {1, "abc", {}, 0}, {1, {}, "a", 0}, {1, "230 User logged in", "LOGGED", 10},
+      {1, "ÄrGER", "äRger", 1}, {1, "a-b-c", "-", 2}, {3, "a-b-c", "-", 4}, {5, "a-b-c", "-", 0}, {6, "a-b-c", "c", 0},
+      {0, "a-b-c", "a", 1}, {-7, "a-b-c", "a", 1}, {3, "xAxa", "A", 4},
   };
   for (const auto& r : rows) {
-    const std::string trace = std::to_string(r.start) + " " + r.text.toStdString() + " / " + r.find.toStdString();
-    EXPECT_EQ(InStr(r.start, r.text, r.find), r.expected) << trace;
+    SCOPED_TRACE(std::to_string(r.start) + " " + r.text.toStdString() + " / " + r.find.toStdString());
+    EXPECT_EQ(InStr(r.start, r.text, r.find), r.expected);
     if (r.start == 1) {
-      EXPECT_EQ(InStr(r.text, r.find), r.expected) << trace;
+      EXPECT_EQ(InStr(r.text, r.find), r.expected);
     }
   }
   ExpectRows<int>({{Len("hello"), 5}, {Len(QString()), 0}, {CountFields("drwxr-xr-x  2 ftp ftp", " "), 5},
-                   {CountFields("a,,b", ","), 3}, {CountFields("abc", ","), 1}, {CountFields(QString(), ","), 1},
-                   {CountFields("abc", QString()), 3}, {Same("RETR", "retr"), true}, {Same("RETR", "RET"), false}});
+                   {CountFields("a,,b", ","), 3}, {CountFields(QString(), ","), 1}, {CountFields("abc", QString()), 3},
+                   {Same("RETR", "retr"), true}, {Same("RETR", "RET"), false}});
 }
 
 TEST(StringsTest, TextFunctionsClampTheirArgumentsAndStrWritesNumbers) {
@@ -101,12 +99,8 @@ TEST(StringsTest, FormatPatternsRoundingAndSigns) {
       {999.96, "#,##0.0", "1,000.0"}, {9.5, "0", "10"},
       // Negative numbers; what rounds to zero has no sign.
       {-1234.5, "#,##0.0", "-1,234.5"}, {-1, "0", "-1"}, {-0.04, "0.0", "0.0"}, {-0.0, "0", "0"},
-      // Bytes shown in KB or MB, at the boundaries a size formatter meets.
-      {1023, "0", "1023"}, {1024 / 1024.0, "0", "1"}, {1025 / 1024.0, "0", "1"}, {1536 / 1024.0, "0", "2"},
-      {1048575 / 1024.0, "0", "1024"}, {1048576 / 1048576.0, "0.0", "1.0"}, {1048577 / 1048576.0, "0.0", "1.0"},
-      {1572864 / 1048576.0, "0.0", "1.5"}, {1101004 / 1048576.0, "0.0", "1.0"},  // 1.0499992
-      {1101005 / 1048576.0, "0.0", "1.1"},                                       // 1.0500002
-      {1048575 / 1048576.0, "0.0", "1.0"}, {3221225472.0 / 1048576.0, "#,##0.0", "3,072.0"},
+      // Near ties from sizes in MB: 1.0499992 and 1.0500002.
+      {1101004 / 1048576.0, "0.0", "1.0"}, {1101005 / 1048576.0, "0.0", "1.1"},
   };
   for (const auto& r : rows)
     EXPECT_EQ(Format(r.value, r.pattern), QString::fromUtf8(r.expected)) << r.value << " '" << r.pattern << "'";
@@ -134,9 +128,7 @@ TEST(TextEncodingTest, NamesDecodingAndADecoderThatJoinsACharacterSplitAcrossPie
   for (char byte : clef) all += decoder.Decode(QByteArray(1, byte));
   EXPECT_EQ(all, QString::fromUtf8(clef));
   // Latin 1 holds nothing back: every byte is a character.
-  TextDecoder bytewise(latin1);
-  EXPECT_EQ(bytewise.Decode(QByteArray("a\xC3")), QString::fromUtf8("a\xC3\x83"));
-  EXPECT_EQ(bytewise.Decode(QByteArray("\xBC")), QString::fromUtf8("\xC2\xBC"));
+  EXPECT_EQ(TextDecoder(latin1).Decode(QByteArray("a\xC3")), QString::fromUtf8("a\xC3\x83"));
 }
 
 }  // namespace
