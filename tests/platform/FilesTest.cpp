@@ -54,71 +54,64 @@ const QString kUmlauts = QString::fromUtf8("Gr\xC3\xBC\xC3\x9F" "e");  // "Gr√º√
 
 TEST_F(FilesTest, PathsNamesAndLengthsAndWhatIsNoPathOrName) {
   Write("sub/file.txt", "12345");
+  const QString sub = "folder 'sub' " + Path("sub/") + " 0", root = "folder '' / 0", tmp = "folder 'tmp' /tmp/ 0";
   const std::pair<std::shared_ptr<FolderItem>, QString> rows[] = {
       // A trailing "/" or a "." in the given path make no difference.
-      {Item("sub"), "folder 'sub' " + Path("sub/") + " 0"}, {Item("./sub/."), "folder 'sub' " + Path("sub/") + " 0"},
-      {Item("sub/"), "folder 'sub' " + Path("sub/") + " 0"},
+      {Item("sub"), sub}, {Item("./sub/."), sub}, {Item("sub/"), sub},
       {Item("sub")->Child("file.txt"), "file 'file.txt' " + Path("sub/file.txt") + " 5"},
       // A child of a missing name is an item that does not exist yet.
       {Item("sub")->Child("new.txt"), "missing 'new.txt' " + Path("sub/new.txt") + " 0"},
       // The root is a folder, what lies above it is the root, and its children get no double "/".
-      {GetFolderItem("/"), "folder '' / 0"}, {GetFolderItem("/.."), "folder '' / 0"},
-      {GetFolderItem("/../../tmp"), "folder 'tmp' /tmp/ 0"}, {GetFolderItem("/")->Child("tmp"), "folder 'tmp' /tmp/ 0"},
-      // No absolute path, no name, or no folder: no item.
-      {GetFolderItem(""), "null"}, {GetFolderItem("relative/file.txt"), "null"}, {GetFolderItem("file.txt"), "null"},
-      {GetFolderItem("./file.txt"), "null"}, {Item("")->Child(""), "null"}, {Item("")->Child("a/b"), "null"},
-      {Item("")->Child("/"), "null"}, {Item("")->Child(".."), "null"}, {Item("")->Child("."), "null"},
+      {GetFolderItem("/"), root}, {GetFolderItem("/.."), root}, {GetFolderItem("/../../tmp"), tmp},
+      {GetFolderItem("/")->Child("tmp"), tmp},
+      // No absolute path, or no folder: no item.
+      {GetFolderItem(""), "null"}, {GetFolderItem("relative/file.txt"), "null"}, {GetFolderItem("./file.txt"), "null"},
       {Item("sub/file.txt")->Child("x"), "null"}, {Item("missing")->Child("x"), "null"},
   };
   for (const auto& [item, expected] : rows) EXPECT_EQ(item ? Describe(*item) : "null", expected);
-  // A missing item has no items, opens not, and opening it for writing must not create it.
-  auto missing = Item("sub/new.txt");
-  EXPECT_EQ(missing->Count(), 0);
-  EXPECT_EQ(missing->Item(1), nullptr);
-  EXPECT_FALSE(missing->OpenAsBinaryFile(false) || missing->OpenAsBinaryFile(true) || missing->OpenAsTextFile());
-  EXPECT_FALSE(missing->LastError().isEmpty());
-  EXPECT_FALSE(missing->Delete());
-  EXPECT_FALSE(QFile::exists(Path("sub/new.txt")));
+  for (const char* name : {"", "a/b", "/", "..", "."}) EXPECT_EQ(Item("")->Child(name), nullptr) << name;
+}
+
+TEST_F(FilesTest, MissingItemsAndFoldersDoNotOpenAsFilesAndAFolderIsMadeInAnExistingParent) {
+  auto missing = Item("new.txt"), folder = Item("made");
+  EXPECT_TRUE(folder->CreateAsFolder() && folder->CreateAsFolder());  // the second finds it there
+  EXPECT_TRUE(folder->Directory());
+  // Opening a missing item for writing must not create it.
+  for (const auto& item : {missing, folder}) {
+    SCOPED_TRACE(item->Name().toStdString());
+    EXPECT_FALSE(item->OpenAsBinaryFile(false) || item->OpenAsBinaryFile(true) || item->OpenAsTextFile());
+    EXPECT_FALSE(item->LastError().isEmpty());
+  }
+  EXPECT_FALSE(folder->CreateBinaryFile(QString()) || folder->CreateTextFile());
+  EXPECT_FALSE(missing->Delete() || missing->Count() != 0 || missing->Item(1));
+  EXPECT_FALSE(QFile::exists(Path("new.txt")));
+  Write("file", "data");
+  EXPECT_FALSE(Item("no/such/parent")->CreateAsFolder() || Item("file")->CreateAsFolder());
+  EXPECT_EQ(Read("file"), "data");
 }
 
 TEST_F(FilesTest, ItemsComeInOrderOfNameAndAWalkDeletesFilesAndEmptyFoldersOnly) {
   for (const char* name : {"b", "a", "C", ".hidden", "full/keep.txt"}) Write(name, "keep");
   ASSERT_TRUE(QDir().mkpath(Path("empty")));
   auto root = Item("");
-  const int count = root->Count();
-  ASSERT_EQ(count, 6);
+  ASSERT_EQ(root->Count(), 6);
   QStringList names;
-  for (int i = 1; i <= count; ++i) names << (root->Item(i) ? root->Item(i)->Name() : "null");
+  for (int i = 1; i <= 6; ++i) names << (root->Item(i) ? root->Item(i)->Name() : "null");
   EXPECT_EQ(names, (QStringList{".hidden", "C", "a", "b", "empty", "full"}));
   EXPECT_EQ(root->Item(6)->Count(), 1);
   for (int outside : {0, 7, -1}) EXPECT_EQ(root->Item(outside), nullptr) << outside;
   // Forward: the listing of Count() stays valid while entries go.
-  for (int i = 1; i <= count; ++i) {
+  for (int i = 1; i <= 6; ++i) {
     auto item = root->Item(i);
-    const bool full = item->Name() == "full";
-    EXPECT_EQ(item->Delete(), !full) << item->Name().toStdString();
-    EXPECT_EQ(item->LastError().isEmpty(), !full) << item->Name().toStdString();
+    SCOPED_TRACE(item->Name().toStdString());
+    EXPECT_EQ(item->Delete(), item->Name() != "full");
+    EXPECT_EQ(item->LastError().isEmpty(), item->Name() != "full");
   }
   EXPECT_FALSE(QFileInfo::exists(Path("empty")));
   EXPECT_EQ(Read("full/keep.txt"), "keep");
   Write("e", "");  // Count reads the folder anew
   EXPECT_EQ(root->Count(), 2);
   EXPECT_EQ(root->Item(1)->Name(), "e");
-}
-
-TEST_F(FilesTest, CreateAsFolderAndFoldersDoNotOpenAsFiles) {
-  auto folder = Item("made");
-  EXPECT_TRUE(folder->CreateAsFolder());
-  EXPECT_TRUE(folder->CreateAsFolder());  // already there
-  EXPECT_EQ(Describe(*folder), "folder 'made' " + Path("made/") + " 0");
-  EXPECT_FALSE(folder->OpenAsBinaryFile(false) || folder->OpenAsBinaryFile(true) || folder->OpenAsTextFile() ||
-               folder->CreateBinaryFile(QString()) || folder->CreateTextFile());
-  EXPECT_FALSE(folder->LastError().isEmpty());
-  EXPECT_TRUE(folder->Directory());
-  EXPECT_FALSE(Item("no/such/parent")->CreateAsFolder());
-  Write("file", "data");
-  EXPECT_FALSE(Item("file")->CreateAsFolder());
-  EXPECT_EQ(Read("file"), "data");
 }
 
 TEST_F(FilesTest, BinaryStreamWritesReadsSeeksAndCloses) {
@@ -129,25 +122,20 @@ TEST_F(FilesTest, BinaryStreamWritesReadsSeeksAndCloses) {
   EXPECT_TRUE(out->Write("0123456789") && out->Write(QByteArray()));
   EXPECT_EQ(Describe(*out), "open 10/10 eof");
   EXPECT_EQ(Read("data.bin"), "0123456789");  // in the file at once, before Close
-  EXPECT_TRUE(out->SetPosition(2));
-  EXPECT_EQ(Describe(*out), "open 2/10");
+  EXPECT_TRUE(out->SetPosition(2) && out->Read(0).isEmpty());
   EXPECT_EQ(out->Read(3), "234");
+  EXPECT_EQ(Describe(*out), "open 5/10");
   EXPECT_FALSE(out->SetPosition(-1));
+  // Closed, it does nothing, and a second close is harmless.
   out->Close();
   EXPECT_EQ(Describe(*out), "closed 0/0 eof");
-  EXPECT_EQ(item->Length(), 10);
-  // Closed, it does nothing, and a second close is harmless.
-  EXPECT_FALSE(out->Write("lost") || out->SetPosition(0));
+  EXPECT_FALSE(out->Write("lost") || out->SetPosition(0) || !out->Read(10).isEmpty());
   EXPECT_FALSE(out->LastError().isEmpty());
-  EXPECT_EQ(out->Read(10), QByteArray());
   out->Close();
-
+  EXPECT_EQ(item->Length(), 10);
+  // Read-only: a write fails and says why.
   auto in = item->OpenAsBinaryFile(false);
   ASSERT_NE(in, nullptr);
-  EXPECT_EQ(in->Read(0), QByteArray());
-  EXPECT_EQ(in->Read(100), "0123456789");  // fewer at the end
-  EXPECT_EQ(Describe(*in), "open 10/10 eof");
-  // Read-only: a write fails, says why, and changes nothing.
   EXPECT_FALSE(in->Write("zz"));
   EXPECT_FALSE(in->LastError().isEmpty());
   in.reset();
@@ -170,6 +158,7 @@ TEST_F(FilesTest, BinaryStreamWritesReadsSeeksAndCloses) {
 TEST_F(FilesTest, BlocksThroughTheReadAheadAddUpToTheFileAfterSeeksAndWhenItShrinks) {
   const QByteArray content = RandomBytes(3 * 65536 + 1234, 11);
   Write("f", content);
+  // The last block asked for is cut to what is left.
   for (qint64 block : {1, 2048, 4095, 65536, 65537, 1 << 20}) {
     auto stream = Item("f")->OpenAsBinaryFile(false);
     ASSERT_TRUE(stream);
@@ -184,8 +173,7 @@ TEST_F(FilesTest, BlocksThroughTheReadAheadAddUpToTheFileAfterSeeksAndWhenItShri
   }
   // Seeks drop what was read ahead.
   auto stream = Item("f")->OpenAsBinaryFile(false);
-  ASSERT_TRUE(stream->Read(100) == content.left(100));
-  ASSERT_TRUE(stream->SetPosition(150000));
+  ASSERT_TRUE(stream->Read(100) == content.left(100) && stream->SetPosition(150000));
   EXPECT_EQ(stream->Position(), 150000);
   EXPECT_TRUE(stream->Read(2048) == content.mid(150000, 2048));
   ASSERT_TRUE(stream->SetPosition(10));
@@ -195,17 +183,13 @@ TEST_F(FilesTest, BlocksThroughTheReadAheadAddUpToTheFileAfterSeeksAndWhenItShri
   qint64 end = stream->Position();
   for (qint64 piece = 1; piece > 0 && end < 200000 && !stream->EOF(); end += piece) piece = stream->Read(4096).size();
   EXPECT_EQ(end, 100000);
-  EXPECT_TRUE(stream->EOF());
-  EXPECT_TRUE(stream->Read(4096).isEmpty());
+  EXPECT_TRUE(stream->EOF() && stream->Read(4096).isEmpty());
 }
 
-TEST_F(FilesTest, ReadsAtPositionsPastTwoGiB) {
-  constexpr qint64 kSize = 3LL * 1024 * 1024 * 1024, kPast2G = (1LL << 31) + 5;
-  {
-    QFile file(Path("big.bin"));  // sparse: the length without the blocks on disk
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    if (!file.resize(kSize)) GTEST_SKIP() << "cannot make a 3 GiB sparse file here";
-  }
+TEST_F(FilesTest, ReadsAndWritesAtPositionsPastTwoGiB) {
+  constexpr qint64 kSize = 3LL << 30, kPast2G = (1LL << 31) + 5;
+  Write("big.bin", "");
+  if (!QFile::resize(Path("big.bin"), kSize)) GTEST_SKIP() << "cannot make a 3 GiB sparse file here";
   auto item = Item("big.bin");
   auto rw = item->OpenAsBinaryFile(true);
   ASSERT_NE(rw, nullptr);
@@ -217,11 +201,9 @@ TEST_F(FilesTest, ReadsAtPositionsPastTwoGiB) {
   ASSERT_TRUE(in && in->SetPosition(kPast2G - 2));
   EXPECT_EQ(in->Read(8), QByteArray("\0\0MIDDLE", 8));
   EXPECT_EQ(Describe(*in), QString("open %1/%2").arg(kPast2G + 6).arg(kSize));
-  // A block asked for at the end is cut to what is left, then there is nothing.
   ASSERT_TRUE(in->SetPosition(kSize - 6));
   EXPECT_EQ(in->Read(65536), QByteArray("\0\0TAIL", 6));
   EXPECT_EQ(Describe(*in), QString("open %1/%1 eof").arg(kSize));
-  EXPECT_TRUE(in->Read(65536).isEmpty());
   EXPECT_EQ(item->Length(), kSize);
 }
 
@@ -267,18 +249,17 @@ TEST_F(FilesTest, PreferencesFolderUsesXdgConfigHomeOrDotConfigInHome) {
     qputenv("HOME", home);
     hadConfig ? qputenv("XDG_CONFIG_HOME", config) : qunsetenv("XDG_CONFIG_HOME");
   });
-  // A missing folder is made, for the owner only.
-  qputenv("XDG_CONFIG_HOME", QFile::encodeName(Path("a/config")));
-  EXPECT_EQ(Describe(*PreferencesFolder()), "folder 'config' " + Path("a/config/") + " 0");
-  EXPECT_EQ(Mode("a/config"), 0700);
+  // A relative value is ignored; a missing folder is made, for the owner only; an existing one is used.
   qputenv("HOME", QFile::encodeName(temp_.path()));
-  qunsetenv("XDG_CONFIG_HOME");
-  EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path(".config/"));
-  qputenv("XDG_CONFIG_HOME", "relative/config");  // ignored
-  EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path(".config/"));
-  ASSERT_TRUE(QDir().mkpath(Path("cfg")));  // an existing folder is used as it is
-  qputenv("XDG_CONFIG_HOME", QFile::encodeName(Path("cfg")));
-  EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path("cfg/"));
+  ASSERT_TRUE(QDir().mkpath(Path("cfg")));
+  const std::pair<QString, QString> rows[] = {
+      {Path("a/config"), "a/config"}, {QString(), ".config"}, {"relative/config", ".config"}, {Path("cfg"), "cfg"}};
+  for (const auto& [xdg, folder] : rows) {
+    SCOPED_TRACE(xdg.toStdString());
+    xdg.isNull() ? qunsetenv("XDG_CONFIG_HOME") : qputenv("XDG_CONFIG_HOME", QFile::encodeName(xdg));
+    EXPECT_EQ(PreferencesFolder()->AbsolutePath(), Path(folder + "/"));
+    EXPECT_EQ(folder == "cfg" ? 0700 : Mode(folder), 0700);
+  }
 }
 
 TEST_F(FilesTest, TextLinesWrittenAndReadInBothEncodingsEndAtCrLfOrLf) {
@@ -290,11 +271,10 @@ TEST_F(FilesTest, TextLinesWrittenAndReadInBothEncodingsEndAtCrLfOrLf) {
   EXPECT_FALSE(out->LastError().isEmpty());
   EXPECT_TRUE(out->Close());  // a second close is harmless
   EXPECT_EQ(Read("t.txt"), QByteArray("first\nsecond\n\nGr\xC3\xBC\xC3\x9F" "e\n"));
+  // Read by default as UTF-8 (the rows of the next test); closed, a stream reads nothing.
   auto in = Item("t.txt")->OpenAsTextFile();
   ASSERT_NE(in, nullptr);
   EXPECT_EQ(in->Encoding, TextEncoding::UTF8());
-  EXPECT_EQ(Lines(*in), (QStringList{"first", "second", QString(), kUmlauts}));
-  in = Item("t.txt")->OpenAsTextFile();
   in->Close();
   EXPECT_TRUE(in->EOF());
   EXPECT_EQ(in->ReadLine() + in->ReadAll(), QString());
@@ -307,12 +287,9 @@ TEST_F(FilesTest, TextLinesWrittenAndReadInBothEncodingsEndAtCrLfOrLf) {
   in->Encoding = TextEncoding::ISOLatin1();
   EXPECT_EQ(in->ReadLine(), kUmlauts);
   EXPECT_NE(Item("t.txt")->OpenAsTextFile()->ReadLine(), kUmlauts);
+}
 
-  // Lines end at CR LF or LF, also where these or a character straddle the stream's blocks.
-  const auto OpenText = [&](const QByteArray& content) {
-    Write("in.txt", content);
-    return Item("in.txt")->OpenAsTextFile();
-  };
+TEST_F(FilesTest, TextLinesEndAtCrLfOrLfAlsoWhereTheyStraddleTheStreamsBlocks) {
   const QByteArray head(65535, 'a');  // the stream reads 64 KiB at a time
   const std::pair<QByteArray, QStringList> rows[] = {
       {"dos\r\nunix\n\r\nmac\rstays\nlast", {"dos", "unix", "", "mac\rstays", "last"}},
@@ -322,11 +299,13 @@ TEST_F(FilesTest, TextLinesWrittenAndReadInBothEncodingsEndAtCrLfOrLf) {
       {head + "\r\nb", {QString::fromLatin1(head), "b"}},
   };
   for (const auto& [content, lines] : rows) {
-    in = OpenText(content);
+    Write("in.txt", content);
+    auto in = Item("in.txt")->OpenAsTextFile();
     EXPECT_EQ(Lines(*in), lines) << content.left(30).toStdString();
     EXPECT_EQ(in->ReadLine() + in->ReadAll(), QString());  // nothing after the end
   }
-  in = OpenText("one\r\ntwo\nthree");
+  Write("in.txt", "one\r\ntwo\nthree");
+  auto in = Item("in.txt")->OpenAsTextFile();
   EXPECT_EQ(in->ReadLine(), "one");
   EXPECT_EQ(in->ReadAll(), "two\nthree");
   EXPECT_TRUE(in->EOF());
