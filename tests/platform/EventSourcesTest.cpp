@@ -2,6 +2,7 @@
 #include "platform/SSLSocket.h"
 #include "platform/Timer.h"
 #include "support/TestEventLoop.h"
+#include "support/TestFiles.h"
 
 #include <QElapsedTimer>
 #include <QTcpServer>
@@ -126,8 +127,7 @@ TEST(Socket, FailuresToOpenHaveTheirCodesAndComeFromTheEventLoop) {
 TEST(Socket, SendCompleteFollowsEachWriteAndAnUploadPumpNeedsNoRecursion) {
   Connection c;
   ASSERT_TRUE(c.Open());
-  QByteArray big(8 * 1024 * 1024, '\0');
-  for (qsizetype i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 4096);
+  const QByteArray big = RandomBytes(8 * 1024 * 1024, 7);
   c.socket->Write(QByteArray());  // an empty write completes too
   ASSERT_TRUE(RunUntil([&] { return c.socket->events.count("sent") == 1; }));
   c.socket->Write(big);
