@@ -204,6 +204,7 @@ TEST_F(FilesTest, ReadsAndWritesAtPositionsPastTwoGiB) {
   ASSERT_TRUE(in->SetPosition(kSize - 6));
   EXPECT_EQ(in->Read(65536), QByteArray("\0\0TAIL", 6));
   EXPECT_EQ(Describe(*in), QString("open %1/%1 eof").arg(kSize));
+  EXPECT_TRUE(in->Read(65536).isEmpty());
   EXPECT_EQ(item->Length(), kSize);
 }
 
