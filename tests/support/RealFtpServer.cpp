@@ -160,7 +160,7 @@ struct RealFtpServer::Impl {
   QString StartPyftpdlib() {
     const QString script = QStringLiteral(VELMAR_PYFTPD_SERVER);
     if (!QFileInfo::exists(script)) return script + u" is missing"_s;
-    QStringList arguments{script,          u"--root"_s, root, u"--user"_s, user, u"--password"_s, password,
+    QStringList arguments{script, u"--root"_s, root, u"--user"_s, user, u"--password"_s, password,
                           u"--until-stdin-closes"_s};
     if (kind == Kind::PyftpdlibTLS) {
       const QString openssl = FindProgram(u"openssl"_s);
