@@ -842,12 +842,12 @@ main() {
 
   # Listings in one write (the default is 20 lines a write): velmar's tree walk reads only the
   # last read of a listing, as vsftpd's single write always satisfies. The peers get the same.
-  setsid /usr/bin/python3 "$REPO/scripts/pyftpd_server.py" --root "$WORK/srv-pyftpd" --user "$FTP_USER" \
+  setsid /usr/bin/python3 "$REPO/scripts/local_ftp_server.py" pyftpdlib --root "$WORK/srv-pyftpd" --user "$FTP_USER" \
     --password "$FTP_PASS" --listing-in-one-write >"$WORK/pyftpd.port" 2>"$WORK/pyftpd.log" &
   local ppid=$! pport="" i
   SERVER_PIDS+=("$ppid")
   for ((i = 0; i < 100; i++)); do
-    pport=$(head -1 "$WORK/pyftpd.port" 2>/dev/null || true)
+    pport=$(head -1 "$WORK/pyftpd.port" 2>/dev/null | cut -d' ' -f1 || true)
     [[ $pport =~ ^[0-9]+$ ]] && break
     kill -0 "$ppid" 2>/dev/null || break
     sleep 0.1

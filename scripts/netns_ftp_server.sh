@@ -15,7 +15,6 @@
 TQ_SERVER=""
 TQ_NAMES_AS_SENT=1
 TQ_SERVER_PID=""
-TQ_SERVER_USER=""
 TQ_SERVER_DIR=""
 TQ_PYTHON=/usr/bin/python3
 TQ_SCRIPTS_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -51,83 +50,47 @@ tq_retry() {
   return 1
 }
 tq_gone() { ! kill -0 "$TQ_SERVER_PID" 2>/dev/null; }
-# Succeeds when the server has died, or when something on 127.0.0.1:21 greets with 220.
-tq_greets_or_gone() {
-  local line=""
-  tq_gone && return 0
-  { exec 7<>/dev/tcp/127.0.0.1/21; } 2>/dev/null || return 1
-  read -r -t 2 line <&7 || true
-  exec 7<&- 7>&-
-  [[ $line == 220* ]]
-}
+tq_said_something() { [[ -s $TQ_SERVER_DIR/port ]] || tq_gone; }
 
-# tq_await NAME: the server just started in the background greets on 127.0.0.1:21 within
-# about 10 s (sets TQ_SERVER), or it is stopped, with the end of its log shown.
-tq_await() {
+# tq_launch KIND ROOT USER PASSWORD: starts the shared launcher (local_ftp_server.py) on
+# 127.0.0.1:21 and waits (at most 45 s) for its first line: "21 USER" once it serves.
+tq_launch() {
+  local line=""
+  setsid "$TQ_PYTHON" "$TQ_SCRIPTS_DIR/local_ftp_server.py" "$1" --root "$2" --user "$3" --password "$4" --port 21 \
+    --latin1-names --crowd >"$TQ_SERVER_DIR/port" 2>"$TQ_SERVER_DIR/server.log" </dev/null &
   TQ_SERVER_PID=$!
-  tq_retry 100 0.1 tq_greets_or_gone && ! tq_gone && { TQ_SERVER=$1; return 0; }
-  tq_log "$1 did not start: $(tail -c 300 "$TQ_SERVER_DIR/server.log" 2>/dev/null)"
+  tq_retry 450 0.1 tq_said_something || true
+  read -r line <"$TQ_SERVER_DIR/port" || true
+  [[ $line == "21 $3" ]] && { TQ_SERVER=$1; return 0; }
+  tq_log "$1 did not start: ${line:-$(tail -c 300 "$TQ_SERVER_DIR/server.log")}"
   tq_stop_process
   return 1
 }
 
-tq_start_vsftpd() {
-  local root=$1 user=$2 password=$3
-  [[ $(id -u) -eq 0 && -x /usr/sbin/vsftpd ]] || return 1
-  command -v useradd >/dev/null && command -v chpasswd >/dev/null || return 1
-  # Accounts are seen outside the namespace: a unique name, removed again by tq_stop_server.
-  useradd -M -d "$root" -s /bin/bash "$user" 2>/dev/null || return 1
-  TQ_SERVER_USER=$user
-  # SHA-512: Debian's default hash makes every login cost a lot of server CPU.
-  printf '%s:%s\n' "$user" "$password" | chpasswd -c SHA512 || return 1
-  chown -R "$user:" "$root" || return 1
-  mkdir -m 755 "$TQ_SERVER_DIR/empty"
-  sed -e 's|@PORT@|21|' -e "s|@EMPTY_DIR@|$TQ_SERVER_DIR/empty|" "$TQ_SCRIPTS_DIR/vsftpd.conf" >"$TQ_SERVER_DIR/vsftpd.conf"
-  # In a session of its own, so that its forked connection processes stop with it.
-  setsid /usr/sbin/vsftpd "$TQ_SERVER_DIR/vsftpd.conf" >"$TQ_SERVER_DIR/server.log" 2>&1 &
-  tq_await vsftpd
-}
-
-tq_start_pyftpdlib() {
-  "$TQ_PYTHON" -c 'import pyftpdlib' 2>/dev/null || return 1
-  setsid "$TQ_PYTHON" "$TQ_SCRIPTS_DIR/pyftpd_server.py" --root "$1" --user "$2" --password "$3" --port 21 \
-    --latin1-names --crowd >"$TQ_SERVER_DIR/server.log" 2>&1 </dev/null &
-  tq_await pyftpdlib && TQ_NAMES_AS_SENT=0
-}
-
 tq_start_server() {
-  local root=$1 user=$2 password=$3
+  local root=$1 user=$2 password=$3 kind
   TQ_SERVER_DIR=$(mktemp -d /tmp/tq-server.XXXXXX)
-  chmod 755 "$TQ_SERVER_DIR"
-  local choice=${TQ_FTP_SERVER:-auto}
-  [[ $choice != pyftpdlib ]] && tq_start_vsftpd "$root" "$user" "$password" && return 0
-  tq_remove_user
-  [[ $choice != vsftpd ]] && tq_start_pyftpdlib "$root" "$user" "$password" && return 0
+  for kind in vsftpd pyftpdlib; do
+    [[ ${TQ_FTP_SERVER:-$kind} == "$kind" ]] || continue
+    tq_launch "$kind" "$root" "$user" "$password" || continue
+    [[ $kind == vsftpd ]] || TQ_NAMES_AS_SENT=0
+    return 0
+  done
   tq_log "no FTP server could be started on 127.0.0.1:21 (install vsftpd or python3-pyftpdlib: scripts/setup.sh)"
   return 1
 }
 
+# Stops the launcher, which stops its server and removes the account it made (idempotent).
 tq_stop_process() {
   [[ -n $TQ_SERVER_PID ]] || return 0
-  kill -TERM -- "-$TQ_SERVER_PID" 2>/dev/null || kill -TERM "$TQ_SERVER_PID" 2>/dev/null || true
-  tq_retry 50 0.1 tq_gone || true
-  kill -KILL -- "-$TQ_SERVER_PID" 2>/dev/null || true
+  kill -TERM "$TQ_SERVER_PID" 2>/dev/null || true
+  tq_retry 100 0.1 tq_gone || kill -KILL -- "-$TQ_SERVER_PID" 2>/dev/null || true
   wait "$TQ_SERVER_PID" 2>/dev/null || true
   TQ_SERVER_PID=""
 }
 
-tq_remove_user() {
-  [[ -n $TQ_SERVER_USER ]] || return 0
-  # Connection processes may still be on their way out: userdel refuses while they run.
-  tq_retry 20 0.2 tq_user_removed || true
-  TQ_SERVER_USER=""
-}
-
-tq_user_removed() { userdel "$TQ_SERVER_USER" 2>/dev/null || ! id "$TQ_SERVER_USER" >/dev/null 2>&1; }
-
 tq_stop_server() {
   tq_stop_process
-  tq_remove_user
   [[ -z $TQ_SERVER_DIR ]] || rm -rf "$TQ_SERVER_DIR"
   TQ_SERVER_DIR="" TQ_SERVER=""
 }
