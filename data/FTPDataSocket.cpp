@@ -66,6 +66,11 @@ void FTPDataSocket::SetFileFolderItem(const std::shared_ptr<FolderItem>& item) {
   if (TypeIs({"GetDir", "GetDirImmediate", "GetFile", "GetSingleFile"})) CreateFileToReceive(FileFolderItem);
 }
 
+void FTPDataSocket::SetFileList() {
+  FileList = true;
+  if (bs) bs->Close();
+}
+
 void FTPDataSocket::ParseDirectoryList(const QString& listing) {
   if (!Session) return;
   // CR, LF and CR LF all end a line. The whole listing goes into the tree in this one call,

@@ -37,7 +37,9 @@ public:
   void UpdateTransferStatus(qint32 count);
   void SetFileFolderItem(const std::shared_ptr<FolderItem>& item);
   QString GetFileName() const { return FileName; }
-  void SetFileList() { FileList = true; }
+  // A listing never goes to a file: the stream of the file before it is closed here. A file of
+  // no bytes is done at its 226, and its connection may be dropped before its close is seen.
+  void SetFileList();
   // Turns a received listing into the session's directory tree.
   virtual void ParseDirectoryList(const QString& listing);
   void PutFileName(const QString& name);

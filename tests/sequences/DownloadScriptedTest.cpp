@@ -83,6 +83,12 @@ const OperationRow kResidentRows[] = {
        EXPECT_TRUE(s.DirList.isEmpty());
        EXPECT_EQ(s.LocalDirectory, local + "top/");
      }},
+    // A file of no bytes is done at its 226, before its data connection has ended; the look
+    // into the next directory must not write that directory's listing into it.
+    {"AnEmptyFileTakesNoBytesOfTheNextListing", Batch(&S::GetDir, {}, "/top"),
+     Enter("/top", File("z") + Folder("s")) + QList<Exchange>{{"RETR /top/z", {Line("150 go"), Line("226 done")}}} +
+         Enter("/top/s", File("g")) + QList<Exchange>{{"RETR /top/s/g", Served("G")}, Ok("CDUP"), Pwd("/top"), Ok("CDUP")},
+     {kTreeDownloaded}, {}, LocalFiles({{"top/z", ""}, {"top/s/g", "G"}})},
 };
 INSTANTIATE_TEST_SUITE_P(Tree, ResidentRows, ::testing::ValuesIn(kResidentRows), RowName);
 // The rows above run on a suite of their own, with the check on the status lines.
