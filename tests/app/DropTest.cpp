@@ -4,9 +4,7 @@
 #include "AppFixture.h"
 
 #include "app/ChasingArrows.h"
-#include "app/DragItem.h"
 #include "app/DropRunner.h"
-#include "app/FileTypes.h"
 #include "app/Listbox.h"
 #include "session/FTPStatusClass.h"
 #include "support/QtPrinters.h"
@@ -271,7 +269,6 @@ TEST_F(DropTest, TheWindowsDropEventStartsTheSameDropAndTheIndicatorTurns) {
   EXPECT_EQ(Rows().ListCount(), 0);
   EXPECT_TRUE(Globals::Session.isEmpty());
   EXPECT_TRUE(Window().ChasingArrows1->isHidden());
-  EXPECT_EQ(DragItem(links.urls(), FileTypes::pAny).FolderItem(), nullptr);
 
   EXPECT_EQ(dragAndDrop(files), std::pair(true, true));
   ASSERT_TRUE(RunUntil([&] { return Column(2) == QStringList{"Send UserID"}; }));

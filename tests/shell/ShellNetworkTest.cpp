@@ -8,7 +8,6 @@
 #include "support/ScriptedFtpServer.h"
 #include "tests/shell/ShellProcess.h"
 
-#include <QTcpServer>
 #include <gtest/gtest.h>
 
 namespace velmar::test {
@@ -119,22 +118,6 @@ TEST(ShellNetwork, WaitTimesOutOnASilentServerAndTheShellDoesNotWaitAtTheEnd) {
   // The shell closed its connection on the way out.
   EXPECT_TRUE(RunUntil([&] { return !server.ClientConnected(); }, 10000));
   EXPECT_EQ(server.ConnectionCount(), 1);
-}
-
-TEST(ShellNetwork, AClosedPortAndASilentServerWithATimeoutEndInErrors) {
-  quint16 closedPort = 0;
-  {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost);
-    closedPort = probe.serverPort();
-  }
-  auto r = ShellProcess::Run({}, LogonScript(closedPort, "u", "p") + "Logon\nwait 5\n");
-  EXPECT_EQ(r.exitCode, 1);
-  EXPECT_TRUE(r.Lines().contains("error\tError: 104")) << r.out.toStdString();
-  ScriptedFtpServer silent;
-  r = ShellProcess::Run({}, LogonScript(silent.Port(), "u", "p") + "set Timeout 500\nLogon\nwait 10\n");
-  EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.Lines().value(r.Lines().size() - 1), "error\tError: The connection timed out. Ending session.");
 }
 
 // Report lines without the server's own texts, which differ from server to server.
