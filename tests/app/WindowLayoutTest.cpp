@@ -138,7 +138,6 @@ TEST_F(LayoutTest, EscapePressesCancelNotFinishAndReturnPressesSave) {
   QTest::keyClick(window.StatusListBox, Qt::Key_Escape);
   EXPECT_EQ(clicks[0], 1);
   EXPECT_EQ(clicks[1], 0);
-  EXPECT_EQ(beeps, 1);  // Cancel without a selected row
   EXPECT_TRUE(quits.isEmpty());
   // In the preferences: Escape cancels what was typed, Return saves it; either closes the
   // window, so that the next opening is a new one.
