@@ -33,6 +33,8 @@ qint32 ConnectErrorCode(int error) {
     case EADDRINUSE:
     case EADDRNOTAVAIL:
       return SocketCore::ErrorAddressInUse;
+    case ECONNRESET:  // accepted and reset at once: a reset, as it would be a moment later
+      return SocketCore::ErrorNetwork;
     default:
       return SocketCore::ErrorOpenFailed;
   }

@@ -4,6 +4,8 @@
 #include "platform/Strings.h"
 #include "session/FTPSessionClass.h"
 
+#include <algorithm>
+
 namespace velmar {
 
 FTPCommandSocket::FTPCommandSocket(FTPSessionClass* session) : Session(session) {}
@@ -14,13 +16,29 @@ std::shared_ptr<void> FTPCommandSocket::Anchor() {
 
 void FTPCommandSocket::Event_DataAvailable() {
   if (!Session) return;
+  qsizetype searchFrom = Session->Buffer.size() == searchedLength_ ? searchedLength_ : 0;
   Session->Buffer += ReadAll();
   // A line is complete only with CR LF; the test is made afresh on each round, since a
   // step may have changed the buffer.
   for (;;) {
     if (!Session) return;
+    QByteArray& buffer = Session->Buffer;
     const QByteArray lineEnd = Session->ServerTextEncoding.Encode(Session->VelmarCRLF);
-    if (lineEnd.isEmpty() || !Session->Buffer.contains(lineEnd)) return;
+    if (lineEnd.isEmpty()) return;
+    if (buffer.indexOf(lineEnd, std::max<qsizetype>(0, searchFrom - lineEnd.size() + 1)) < 0) {
+      searchedLength_ = buffer.size();
+      const qint32 limit = Session->MaxReplyLineLength;
+      if (limit > 0 && buffer.size() > limit) {
+        // The rest of the connection cannot be read in step any more: it is closed.
+        Close();
+        buffer.clear();
+        searchedLength_ = -1;
+        Session->EndFTPSession(QStringLiteral("Error: a reply line of more than %1 bytes").arg(limit));
+      }
+      return;
+    }
+    searchFrom = 0;
+    searchedLength_ = -1;
     Session->ParseCommandBuffer();
     Yield();
   }

@@ -18,6 +18,11 @@ public:
 
 protected:
   std::shared_ptr<void> Anchor() override;
+
+private:
+  // The length of Buffer when it was last found to hold no line end: while nothing else has
+  // changed it, only the bytes behind it need a look, so a long line costs no repeated scans.
+  qsizetype searchedLength_ = -1;
 };
 
 }  // namespace velmar

@@ -75,6 +75,10 @@ public:
   // DirectCommand, as it calls the operation.
   QString DirectCommandText;
   bool FTPS = false;
+  // Added safeguards, after the fields above.
+  // The longest reply line, in bytes, that the control connection waits for; 0: no limit. A
+  // server that streams text without a line end ends the session instead of filling memory.
+  qint32 MaxReplyLineLength = 4 * 1024 * 1024;
 
   // Constructor() and Constructor(id). Make sessions with std::make_shared: a running
   // session keeps itself alive through its open connections.

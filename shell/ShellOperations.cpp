@@ -482,6 +482,7 @@ const FieldTable<FTPSessionClass>& SessionFields() {
       Field<S>("RestartByteCount", &S::RestartByteCount),
       Field<S>("DirectCommand", &S::DirectCommandText),
       Field<S>("FTPS", &S::FTPS),
+      Field<S>("MaxReplyLineLength", &S::MaxReplyLineLength),
   };
   return table;
 }

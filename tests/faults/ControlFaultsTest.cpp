@@ -1,0 +1,209 @@
+// Fault injection, generated from two tables: the connecting machines with the script of a
+// clean run, and the ways a server or a network can break a step where the server speaks.
+// Every step of every machine meets every fault; each case must end once, with the message
+// that belongs to the fault, before its timer has long passed, without a success where the
+// work is not done, and without spinning a core while it waits.
+#include "sequences/Rows.h"
+#include "support/TestFiles.h"
+
+#include <QElapsedTimer>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <iostream>
+#include <span>
+
+namespace velmar::test {
+namespace {
+
+constexpr int kTimeoutMs = 1500;
+const QString kTimedOut = "error\tError: The connection timed out. Ending session.";
+const QByteArray kFileBytes = RandomBytes(50000, 7);
+
+struct Machine {
+  const char* name;
+  std::function<void(S&, const QString& local)> start;
+  QList<Exchange> script;  // after the logon, which is faulted too
+  QString success;
+  // The work is there: the downloaded file, the uploaded bytes, the listing.
+  std::function<bool(S&, const QString& local, const ScriptedFtpServer&)> done = {};
+};
+
+QList<ScriptAction> Served(const QByteArray& bytes) {
+  return {Line("150 go"), WaitDataConnected(), DataSend(bytes), DataClose(), Line("226 done")};
+}
+const QList<ScriptAction> kStored = {Line("150 go"), DataReceiveAll(), Line("226 done")};
+
+const Machine kMachines[] = {
+    {"Logon", [](S& s, const QString&) { s.Logon(); }, {}, "success\tLogon Complete."},
+    {"GetFile", Batch(&S::StartGetFile, {"f"}, "/pub"), {Ok("CWD /pub"), kPasv, kTypeI, {"RETR f", Served(kFileBytes)}, kQuit},
+     "success\tFile Transfer Complete.",
+     [](S&, const QString& local, const ScriptedFtpServer&) { return ReadFile(local + "f") == kFileBytes; }},
+    {"PutFile", Batch(&S::StartPutFile, {"f"}, "/in", [](S& s) { WriteFile(s.GetLocalDirectoryPathName() + "f", kFileBytes); }),
+     {Ok("CWD /in"), kTypeI, kPasv, {"STOR f", kStored}, kQuit}, "success\tFile Transfer Complete.",
+     [](S&, const QString&, const ScriptedFtpServer& server) { return server.ReceivedData() == QList{kFileBytes}; }},
+    {"GetDirList", Batch(&S::StartGetDirList, {}), {kTypeA, kPasv, Pwd("/"), {"LIST", Served(File("a"))}, kQuit},
+     "success\tThe file list has been transferred.",
+     [](S& s, const QString&, const ScriptedFtpServer&) { return s.DirectoryFileList == File("a"); }},
+    {"DeleteFile", Batch(&S::StartDeleteFile, {"f"}), {kPasv, kTypeI, Ok("DELE f"), kQuit}, "success\tFile has been deleted."},
+    {"RenameFile", Batch(&S::StartRenameFile, {"n", "o"}), {kPasv, kTypeI, Ok("RNFR o", "350 go"), Ok("RNTO n"), kQuit},
+     "success\tFile Rename Complete."},
+    {"GetDir", Batch(&S::StartGetDir, {}, "/t"),
+     {kTypeA, kPasv, Ok("CWD /t"), Pwd("/t"), {"LIST -a", Served(File("f"))}, kTypeI, kPasv, {"RETR /t/f", Served(kFileBytes)},
+      Ok("CDUP"), kQuit},
+     "success\tDirectory Transfer Complete.",
+     [](S&, const QString& local, const ScriptedFtpServer&) { return ReadFile(local + "t/f") == kFileBytes; }},
+};
+
+// What a fault does in place of the server's answer at one step, and how the case must end.
+enum class Target { AnyStep, Transfer, PassiveOfTransfer };
+struct Fault {
+  const char* name;
+  QList<ScriptAction> actions;
+  QString end;  // the end report; empty: an error of the machine's error branch
+  Target target = Target::AnyStep;
+};
+
+const Fault kFaults[] = {
+    {"Close", {CloseControl()}, "error\tError: 102"},
+    {"Reset", {ResetControl()}, "error\tError: 106"},
+    {"Stall", {}, kTimedOut},
+    {"Garbage", {Line("what is this")}, {}},
+    {"NulBytes", {Raw(QByteArray("2\0\0 ok\r\n", 8))}, {}},
+    {"MegabyteLine", {Line(QString(1 << 20, 'x'))}, {}},
+    {"NoCarriageReturn", {Raw("200 ok\n")}, kTimedOut},
+    {"LineWithoutEnd", {Raw(QByteArray(5 << 20, '9'))}, "error\tError: a reply line of more than 4194304 bytes"},
+    // The data connection: reset or closed before the end (the server then says 426), or
+    // never opened; and a 226 long before the close, which must still end well.
+    {"DataReset", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataReset(), Delay(50), Line("426 reset")}, {}, Target::Transfer},
+    {"DataClosedEarly", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataClose(), Delay(50), Line("426 cut")}, {},
+     Target::Transfer},
+    {"DataNeverOpened", {Raw("227 Entering Passive Mode (127,0,0,1,0,1).\r\n")}, {}, Target::PassiveOfTransfer},
+};
+
+struct Case {
+  QString name;
+  const Machine* machine;
+  QString expectedEnd;  // empty: any error
+  bool mayFinish = false;  // the fault hits an answer that the machine does not look at
+  ScriptedFtpServer server;
+  QTemporaryDir local;
+  std::shared_ptr<S> session = std::make_shared<S>();
+  std::shared_ptr<QStringList> log = RecordingStatus::Attach(*session);
+
+  Case(const Machine& m, QList<Exchange> script) : machine(&m) {
+    server.OnConnect(script.takeFirst().actions);
+    for (const Exchange& exchange : script) server.Expect(exchange.command, exchange.actions);
+    session->SetLoginInfo("127.0.0.1", "u", "p");
+    session->CommandPort = server.Port();
+    session->SetLocalDirectoryPathName(local.path() + "/");
+    session->Timeout = kTimeoutMs;
+  }
+  QStringList Ends() const { return RecordingStatus::Ends(*log); }
+};
+
+QList<Exchange> CleanScript(const Machine& machine) {
+  return QList<Exchange>{{"", {Line("220 ready")}}, Ok("USER u", "331 ok"), Ok("PASS p", "230 in")} + machine.script;
+}
+
+bool IsTransfer(const Exchange& exchange) {
+  for (const ScriptAction& action : exchange.actions)
+    if (action.kind == ScriptAction::Kind::WaitDataConnected || action.kind == ScriptAction::Kind::DataReceiveAll) return true;
+  return false;
+}
+
+Target TargetOf(const QList<Exchange>& script, qsizetype step) {
+  if (IsTransfer(script[step])) return Target::Transfer;
+  for (qsizetype next = step + 1; script[step].command == "PASV" && next < script.size(); ++next)
+    if (IsTransfer(script[next])) return Target::PassiveOfTransfer;
+  return Target::AnyStep;
+}
+
+// Every case of one machine: each fault at each step, and the right answer split in two at
+// each byte boundary.
+std::vector<std::unique_ptr<Case>> CasesOf(const Machine& machine) {
+  std::vector<std::unique_ptr<Case>> cases;
+  const QList<Exchange> clean = CleanScript(machine);
+  for (qsizetype step = 0; step < clean.size(); ++step) {
+    const Exchange& at = clean[step];
+    // QUIT and RNTO: the machine goes on whatever the answer.
+    const bool ignored = at.command == "QUIT" || at.command.startsWith("RNTO");
+    for (const Fault& fault : kFaults) {
+      if (fault.target != Target::AnyStep && fault.target != TargetOf(clean, step)) continue;
+      QList<Exchange> script = clean.mid(0, step);
+      script.append({at.command, fault.actions});
+      auto& c = cases.emplace_back(std::make_unique<Case>(machine, script));
+      c->name = QString("%1 step %2 (%3): %4").arg(machine.name).arg(step).arg(at.command).arg(fault.name);
+      // After QUIT a lost connection is the normal end and says nothing: the timer ends it.
+      c->expectedEnd = at.command == "QUIT" && fault.end.startsWith("error\tError: 10") ? kTimedOut : fault.end;
+      c->mayFinish = ignored;
+    }
+    const qsizetype line = std::find_if(at.actions.begin(), at.actions.end(),
+                                        [](const ScriptAction& a) { return a.kind == ScriptAction::Kind::Send; }) -
+                           at.actions.begin();
+    for (qsizetype cut = 1; line < at.actions.size() && cut < at.actions[line].bytes.size(); ++cut) {
+      QList<Exchange> script = clean;
+      const QByteArray bytes = at.actions[line].bytes;
+      script[step].actions.replace(line, Raw(bytes.left(cut)));
+      script[step].actions.insert(line + 1, Delay(5));
+      script[step].actions.insert(line + 2, Raw(bytes.mid(cut)));
+      auto& c = cases.emplace_back(std::make_unique<Case>(machine, script));
+      c->name = QString("%1 step %2 (%3): split at %4").arg(machine.name).arg(step).arg(at.command).arg(cut);
+      c->expectedEnd = machine.success;
+    }
+  }
+  return cases;
+}
+
+double CpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+struct ControlFaults : ::testing::TestWithParam<Machine> {};
+
+TEST_P(ControlFaults, EachStepMeetsEachFault) {
+  std::vector<std::unique_ptr<Case>> all = CasesOf(GetParam());
+  // The cases that wait for the timer run together, so that the suite waits for it once.
+  std::stable_partition(all.begin(), all.end(), [](const auto& c) { return c->expectedEnd != kTimedOut; });
+  std::cout << GetParam().name << ": " << all.size() << " cases\n";
+  for (size_t first = 0; first < all.size(); first += 40) {
+    const auto batch = std::span(all).subspan(first, std::min<size_t>(40, all.size() - first));
+    const bool waiting = std::all_of(batch.begin(), batch.end(), [](const auto& c) { return c->expectedEnd == kTimedOut; });
+    const double cpuBefore = CpuSeconds();
+    QElapsedTimer wall;
+    wall.start();
+    for (const auto& c : batch) c->machine->start(*c->session, c->local.path() + "/");
+    RunUntil([&] { return std::all_of(batch.begin(), batch.end(), [](const auto& c) { return !c->Ends().isEmpty(); }); },
+             kTimeoutMs + 10000);
+    // Waiting for a server that says nothing costs no CPU: no loop polls in the meantime.
+    if (waiting) {
+      EXPECT_LT(CpuSeconds() - cpuBefore, 0.5 * wall.elapsed() / 1000.0) << GetParam().name;
+    }
+    RunFor(50);  // nothing may follow the end
+    for (const auto& c : batch) {
+      SCOPED_TRACE(c->name.toStdString());
+      const QStringList ends = c->Ends();
+      ASSERT_EQ(ends.size(), 1) << c->log->join('\n').toStdString();
+      const QString& end = ends.first();
+      if (!c->expectedEnd.isEmpty() && !(c->mayFinish && end == c->machine->success)) {
+        EXPECT_EQ(end, c->expectedEnd);
+      } else if (c->expectedEnd.isEmpty() && !c->mayFinish) {
+        EXPECT_TRUE(end.startsWith("error\t")) << end.toStdString();
+      }
+      if (end == c->machine->success && c->machine->done) {
+        EXPECT_TRUE(c->machine->done(*c->session, c->local.path() + "/", c->server)) << "reported done, but is not";
+      }
+    }
+    for (auto& c : batch) c.reset();
+  }
+}
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ConnectingRows);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ResidentRows);
+INSTANTIATE_TEST_SUITE_P(Machines, ControlFaults, ::testing::ValuesIn(kMachines),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velmar::test
