@@ -131,6 +131,7 @@ void SocketCore::StartConnect(const QHostAddress& address) {
     waitingPeer_ = peer;
     waitingAddress_ = address;
     WaitingPerPeer()[peer].append(this);
+    WaitingForTurn(true);
     return;
   }
   openingPeer_ = peer;
@@ -160,6 +161,7 @@ void SocketCore::AdmitWaiting(const QString& peer) {
     next->waitingPeer_.clear();
     next->openingPeer_ = peer;
     ++OpeningPerPeer()[peer];
+    next->WaitingForTurn(false);
     // Connecting may fail at once and admit the next one: look the queue up afresh.
     next->ConnectNow(next->waitingAddress_);
     waiting = WaitingPerPeer().find(peer);

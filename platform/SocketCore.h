@@ -101,6 +101,9 @@ protected:
   virtual void TransportConnected() {}
   // Called right before the descriptor is closed, for a polite shutdown.
   virtual void TransportClosing() {}
+  // Called when a connect has to wait for its turn (see kMaxOpeningPerPeer), and again with
+  // false when its turn has come and it starts.
+  virtual void WaitingForTurn(bool waiting) { (void)waiting; }
 
   int Descriptor() const { return fd_; }
   void WatchRead(bool on);

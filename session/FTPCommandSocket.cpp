@@ -2,9 +2,11 @@
 
 #include "platform/EventLoop.h"
 #include "platform/Strings.h"
+#include "session/FTPConnectionTimer.h"
 #include "session/FTPSessionClass.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace velmar {
 
@@ -41,6 +43,16 @@ void FTPCommandSocket::Event_DataAvailable() {
     searchedLength_ = -1;
     Session->ParseCommandBuffer();
     Yield();
+  }
+}
+
+void FTPCommandSocket::WaitingForTurn(bool waiting) {
+  if (!Session) return;
+  if (waiting && Session->ConnectionTimer && Session->ConnectionTimer->Mode() != 0) {
+    Session->ConnectionTimer->SetMode(0);
+    timerStoppedForTurn_ = true;
+  } else if (!waiting && std::exchange(timerStoppedForTurn_, false)) {
+    Session->ResetConnectionTimer();
   }
 }
 

@@ -1,2 +1,2 @@
 velmar_add_test(faults_control_test faults/ControlFaultsTest.cpp TIMEOUT 300)
-velmar_add_test(faults_local_test faults/LocalFaultsTest.cpp)
+velmar_add_test(faults_local_test faults/LocalFaultsTest.cpp faults/PacingTest.cpp)
