@@ -7,9 +7,8 @@
 #                          refused login (1) and of missing settings (2).
 #   e2e_drop.sh APP COUNT  COUNT small files at once, one session and one control connection
 #                          each, all side by side; every row must end in success and every file
-#                          arrive intact. The server is pyftpdlib where it can run: vsftpd's PAM
-#                          logins take about 12 s for 500, which sessions waiting for their turn
-#                          to connect count against their 20 s inactivity timeout.
+#                          arrive intact. The server is pyftpdlib where it can run, as it logs
+#                          on faster than vsftpd's PAM (TQ_FTP_SERVER=vsftpd chooses vsftpd).
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 # shellcheck source=../../scripts/netns_ftp_server.sh
