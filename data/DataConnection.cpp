@@ -181,7 +181,20 @@ bool FTPSessionClass::DataHandedOver(const QString& replyLine, qint32 replyCode,
   // unread transfer look finished.
   FTPDataSocket& data = Deref(DataSocket, "DataSocket");
   data.Poll();
-  if (data.FileData.isEmpty()) return true;
+  const bool closePending = WaitForDataClose && data.IsOpen();
+  if (data.FileData.isEmpty() && !closePending) {
+    dataCloseWait_.invalidate();
+    return true;
+  }
+  if (closePending && data.FileData.isEmpty()) {
+    // Each NOOP restarts the timer: the wait for the close has a limit of its own.
+    if (!dataCloseWait_.isValid()) dataCloseWait_.start();
+    if (dataCloseWait_.hasExpired(Timeout)) {
+      dataCloseWait_.invalidate();
+      EndFTPSession(QStringLiteral("Error: the data connection did not end"));
+      return false;
+    }
+  }
   NextFTPStep(QString::fromLatin1(step), QStringLiteral("FORCENOOP"), statusText);
   return false;
 }

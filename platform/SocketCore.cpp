@@ -80,6 +80,8 @@ bool SocketCore::IsConnected() const { return state_ == State::Connected; }
 
 bool SocketCore::IsListening() const { return state_ == State::Listening; }
 
+bool SocketCore::IsOpen() const { return state_ != State::Idle && state_ != State::Closed; }
+
 void SocketCore::Connect() {
   ResetForNewConnection();
   HoldOwner();

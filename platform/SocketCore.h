@@ -65,6 +65,8 @@ public:
 
   bool IsConnected() const;
   bool IsListening() const;
+  // Resolving, connecting, listening or connected: the connection has not ended.
+  bool IsOpen() const;
   // Dotted address of the local end of the connection (kept after it closes).
   QString LocalAddress() const { return localAddress_; }
   qint32 LastErrorCode() const { return lastErrorCode_; }

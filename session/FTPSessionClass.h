@@ -5,6 +5,7 @@
 // reply lines (ParseCommandBuffer) and by events of the data socket. Nothing blocks.
 #include "platform/TextEncoding.h"
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -79,6 +80,10 @@ public:
   // The longest reply line, in bytes, that the control connection waits for; 0: no limit. A
   // server that streams text without a line end ends the session instead of filling memory.
   qint32 MaxReplyLineLength = 4 * 1024 * 1024;
+  // With true, a download or a listing ends only once its data connection has ended too, not
+  // as soon as no received bytes wait: a 226 that overtakes the first byte of the data would
+  // otherwise end the transfer empty. A close that does not come within Timeout ends the session.
+  bool WaitForDataClose = false;
 
   // Constructor() and Constructor(id). Make sessions with std::make_shared: a running
   // session keeps itself alive through its open connections.
@@ -373,6 +378,8 @@ private:
 
   // The step that a 226 which came before its listing's close goes on to at that close.
   QString stepAfterListing_;
+  // Since when a transfer's end waits for its data connection's close (WaitForDataClose).
+  QElapsedTimer dataCloseWait_;
 };
 
 }  // namespace velmar

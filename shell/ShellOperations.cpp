@@ -483,6 +483,7 @@ const FieldTable<FTPSessionClass>& SessionFields() {
       Field<S>("DirectCommand", &S::DirectCommandText),
       Field<S>("FTPS", &S::FTPS),
       Field<S>("MaxReplyLineLength", &S::MaxReplyLineLength),
+      Field<S>("WaitForDataClose", &S::WaitForDataClose),
   };
   return table;
 }

@@ -65,8 +65,10 @@ enum class Target { AnyStep, Transfer, PassiveOfTransfer };
 struct Fault {
   const char* name;
   QList<ScriptAction> actions;
-  QString end;  // the end report; empty: an error of the machine's error branch
+  QString end;  // the end report; empty: an error of the machine's error branch; "done": the machine's success
   Target target = Target::AnyStep;
+  // Makes the actions from the clean answer's, where they depend on it.
+  std::function<QList<ScriptAction>(QList<ScriptAction>)> reorder = {};
 };
 
 const Fault kFaults[] = {
@@ -83,6 +85,12 @@ const Fault kFaults[] = {
     {"DataReset", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataReset(), Delay(50), Line("426 reset")}, {}, Target::Transfer},
     {"DataClosedEarly", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataClose(), Delay(50), Line("426 cut")}, {},
      Target::Transfer},
+    // With WaitForDataClose, a download that the 226 overtakes polls with a NOOP until the close.
+    {"Early226", {}, "done", Target::Transfer, [](QList<ScriptAction> clean) {
+       clean.insert(1, clean.takeLast());  // the 226 right behind the 150, the data later
+       clean.insert(2, Delay(300));
+       return clean;
+     }},
     {"DataNeverOpened", {Raw("227 Entering Passive Mode (127,0,0,1,0,1).\r\n")}, {}, Target::PassiveOfTransfer},
 };
 
@@ -136,11 +144,20 @@ std::vector<std::unique_ptr<Case>> CasesOf(const Machine& machine) {
     for (const Fault& fault : kFaults) {
       if (fault.target != Target::AnyStep && fault.target != TargetOf(clean, step)) continue;
       QList<Exchange> script = clean.mid(0, step);
-      script.append({at.command, fault.actions});
+      script.append({at.command, fault.reorder ? fault.reorder(at.actions) : fault.actions});
+      // (The tree walk files its listing at the close by itself, without a NOOP.)
+      const bool download = fault.reorder && at.command != "LIST -a" &&
+                            std::none_of(at.actions.begin(), at.actions.end(), [](const auto& a) {
+                              return a.kind == ScriptAction::Kind::DataReceiveAll;
+                            });
+      if (download) script.append({"NOOP", {Delay(100), Line("200 ok")}});
+      if (fault.reorder) script.append(clean.mid(step + 1));
       auto& c = cases.emplace_back(std::make_unique<Case>(machine, script));
+      c->session->WaitForDataClose = download;
       c->name = QString("%1 step %2 (%3): %4").arg(machine.name).arg(step).arg(at.command).arg(fault.name);
       // After QUIT a lost connection is the normal end and says nothing: the timer ends it.
       c->expectedEnd = at.command == "QUIT" && fault.end.startsWith("error\tError: 10") ? kTimedOut : fault.end;
+      if (fault.end == "done") c->expectedEnd = machine.success;
       c->mayFinish = ignored;
     }
     const qsizetype line = std::find_if(at.actions.begin(), at.actions.end(),
