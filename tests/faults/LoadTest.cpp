@@ -88,7 +88,12 @@ TEST_P(Load, ALongSeriesOneAfterAnother) {
   EXPECT_EQ(QDir(server.Root()).entryList(QDir::Files).size(), count);
   ExpectAllReturned(sessions);
   // Memory does not grow with the sessions that have come and gone (8 KiB a session at most).
+  // AddressSanitizer holds freed memory back on purpose; its leak checker takes over there.
+#ifndef __SANITIZE_ADDRESS__
   EXPECT_LT(ResidentKiB() - residentAtHalf, 16384 + 8 * count / 2);
+#else
+  (void)residentAtHalf;
+#endif
 }
 
 const auto kServerName = [](const auto& info) { return info.param == Kind::Vsftpd ? "vsftpd" : "pyftpdlib"; };
