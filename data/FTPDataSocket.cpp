@@ -6,6 +6,7 @@
 #include "platform/Exceptions.h"
 #include "platform/FolderItem.h"
 #include "platform/Strings.h"
+#include "session/FTPCommandSocket.h"
 #include "session/FTPSessionClass.h"
 #include "session/FTPStatusClass.h"
 
@@ -44,6 +45,9 @@ bool FTPDataSocket::LeftOverFromUnusedConnection() const {
 }
 
 void FTPDataSocket::TransportConnected() {
+  // A secured data connection resumes the control connection's TLS session: servers may
+  // refuse a data connection that comes from another client than the one logged on.
+  if (Secure() && Session && Session->CommandSocket) ResumeTLSSession(Session->CommandSocket->TLSSession());
   SSLSocket::TransportConnected();
   connectedFor_ = Session ? Session->GetFTPSessionType() : QString();
 }
@@ -286,7 +290,7 @@ void FTPDataSocket::EndOfReceivedFile(bool peerFinished, const QString& code) {
 void FTPDataSocket::Event_Error() {
   if (!Session || LeftOverFromUnusedConnection()) return;
   const qint32 code = LastErrorCode();
-  const QString number = Str(code);
+  const QString number = Session->SocketErrorText(*this);
   const bool peerFinished = code == ErrorPeerClosed;
   if (TypeIs({"AbortTransfer"})) {
     End(QStringLiteral("Error while sending the file: ") + number);

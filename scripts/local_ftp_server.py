@@ -98,6 +98,8 @@ def serve_vsftpd(args):
         os.mkdir(empty, 0o755)
         with open(os.path.join(HERE, "vsftpd.conf")) as shared:
             template = shared.read().replace("@EMPTY_DIR@", empty)
+        if args.tls:
+            template += tls_settings(args.tls, args.tls_data_required)
         config = os.path.join(work, "vsftpd.conf")
         # A free port may be taken by someone else before vsftpd binds it: try a few.
         for attempt in range(3 if args.port == 0 else 1):
@@ -137,6 +139,22 @@ def serve_vsftpd(args):
         shutil.rmtree(work, ignore_errors=True)
 
 
+def tls_settings(pem, data_required):
+    """vsftpd's lines for explicit TLS with the certificate and key of one PEM file."""
+    return "\n".join([
+        "ssl_enable=YES",
+        "rsa_cert_file=" + pem,
+        "rsa_private_key_file=" + pem,
+        # Its default cipher list is a single old cipher that today's clients no longer offer.
+        "ssl_ciphers=HIGH",
+        "force_local_logins_ssl=NO",
+        "force_local_data_ssl=" + ("YES" if data_required else "NO"),
+        # A data connection must resume the control connection's TLS session (its default).
+        "require_ssl_reuse=YES",
+        "",
+    ])
+
+
 def stop_group(process):
     for sig in (signal.SIGTERM, signal.SIGKILL):
         try:
@@ -173,7 +191,11 @@ def main():
                                        "(default: %s followed by this process id)" % ACCOUNT_PREFIX)
     parser.add_argument("--password", required=True)
     parser.add_argument("--port", type=int, default=0, help="0 (the default): a free port")
-    parser.add_argument("--tls", metavar="CERTFILE", help="pyftpdlib: PEM file with certificate and private key")
+    parser.add_argument("--tls", metavar="CERTFILE", help="PEM file with certificate and private key: explicit TLS "
+                                                          "(AUTH TLS) offered, plain logins still possible")
+    parser.add_argument("--tls-data-required", action="store_true",
+                        help="with --tls: data connections must run TLS (vsftpd: resuming the control "
+                             "connection's TLS session)")
     parser.add_argument("--until-stdin-closes", action="store_true")
     parser.add_argument("--latin1-names", action="store_true",
                         help="pyftpdlib: read commands as ISO Latin 1, as the app sends them; names are stored in UTF-8")
@@ -238,7 +260,7 @@ def main():
         Handler.certfile = args.tls
         # Plain logins keep working on the TLS server; the client chooses the upgrade.
         Handler.tls_control_required = False
-        Handler.tls_data_required = False
+        Handler.tls_data_required = args.tls_data_required
 
     try:
         server = FTPServer(("127.0.0.1", args.port), Handler, backlog=1024 if args.crowd else 100)

@@ -60,7 +60,7 @@ void FTPCommandSocket::Event_Error() {
   if (!Session) return;
   // After QUIT the server's closing of the connection is the normal end.
   if (Same(Session->GetCurrentFTPStep(), QStringLiteral("QUIT"))) return;
-  Session->EndFTPSession(QStringLiteral("Error: ") + Str(LastErrorCode()));
+  Session->EndFTPSession(QStringLiteral("Error: ") + Session->SocketErrorText(*this));
 }
 
 }  // namespace velmar

@@ -303,6 +303,8 @@ void FTPSessionClass::ParseCommandBuffer() {
   const qint32 code = ToInt32(Val(NthField(line, QStringLiteral(" "), 1)));
   Buffer = Buffer.mid(at < 0 ? lineEnd.size() - 1 : at + lineEnd.size());
   if (FTPStatusInstance) FTPStatusInstance->Response_FTP(line);
+  // The server is ready for the data connection's TLS handshake once it has announced the transfer.
+  if ((code == 125 || code == 150) && DataSocket && DataSocket->Secure()) DataSocket->RequestHandshake();
   Dispatch(*this, line, code);
 }
 

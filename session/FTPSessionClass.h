@@ -22,6 +22,7 @@ class FTPDirectoryClass;
 class FTPParsedDirListLineClass;
 class FTPStatusClass;
 class FolderItem;
+class SSLSocket;
 
 class FTPSessionClass : public std::enable_shared_from_this<FTPSessionClass> {
 public:
@@ -84,6 +85,16 @@ public:
   // as soon as no received bytes wait: a 226 that overtakes the first byte of the data would
   // otherwise end the transfer empty. A close that does not come within Timeout ends the session.
   bool WaitForDataClose = false;
+  // With FTPS: once the server has answered "PROT P" with 200, every data connection (both
+  // modes, both directions) runs TLS too, resuming the control connection's TLS session, as
+  // servers may demand. False, or any other answer to PROT: data goes in the clear.
+  bool SecureDataConnection = false;
+  // Every TLS handshake of the session checks the server's certificate chain against
+  // TrustedCertificateFile (a PEM file; empty: the system's trusted roots) and its name
+  // against ServerAddress (an IP address as an address). A failure ends the session with
+  // "Error: 108 (" and the reason ")".
+  bool VerifyServerCertificate = false;
+  QString TrustedCertificateFile;
 
   // Constructor() and Constructor(id). Make sessions with std::make_shared: a running
   // session keeps itself alive through its open connections.
@@ -209,6 +220,9 @@ public:
   // Called by the data socket once a tree walk's listing has been taken in at its close: a
   // walk whose 226 came before that close goes on now (see ListDirectorySteps).
   void ListingTakenIn();
+  // Used by both sockets. A socket's error code as the session reports it: with one of the added TLS settings on,
+  // a TLS failure (108) is followed by its reason in parentheses.
+  QString SocketErrorText(const SSLSocket& socket) const;
 
 protected:
   // The rules that all machines share.
@@ -258,6 +272,10 @@ protected:
                                const std::function<void()>& goOn);
   // Turns the command socket to TLS and waits, in the event loop, for the handshake.
   void SecureCommandConnection();
+  // The certificate checks of VerifyServerCertificate, for a socket that will run TLS.
+  void ApplyCertificateChecks(SSLSocket& socket) const;
+  // After "PROT P" was accepted: the data socket runs TLS on each of its connections.
+  void SecureDataConnections();
 
   // The data-connection sub-sequence. A set names the steps and texts of one use of it
   // (the first set; the next and subdirectory sets of the tree walks).

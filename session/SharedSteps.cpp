@@ -100,6 +100,7 @@ void FTPSessionClass::CreateSockets() {
     // Explicit TLS: the connection starts in the clear until the server accepts AUTH TLS.
     CommandSocket->ConnectionType = 3;
     CommandSocket->SetSecure(false);
+    ApplyCertificateChecks(*CommandSocket);
   }
 }
 
@@ -143,10 +144,13 @@ FTPSessionClass::PrefixOutcome FTPSessionClass::LogonPrefixSteps(const QString& 
     return PrefixOutcome::Handled;
   }
   if (StepIs("PROT")) {
-    if (!CodeIn(replyCode, {200, 534}))
+    if (!CodeIn(replyCode, {200, 534})) {
       ErrorBranchCR(replyLine);
-    else
+    } else {
+      // Only a server that agreed to protect the data gets TLS on its data connections.
+      if (replyCode == 200 && SecureDataConnection) SecureDataConnections();
       NextFTPStep(QStringLiteral("USER"), QStringLiteral("USER ") + ServerUserID, QStringLiteral("Send UserID"));
+    }
     return PrefixOutcome::Handled;
   }
   if (StepIs("USER")) {
@@ -201,6 +205,32 @@ void FTPSessionClass::SecureCommandConnection() {
     socket.reset();
     WaitForEvents();
   }
+}
+
+void FTPSessionClass::ApplyCertificateChecks(SSLSocket& socket) const {
+  socket.VerifyPeer = VerifyServerCertificate;
+  socket.TrustedCertificateFile = TrustedCertificateFile;
+  // The name the caller asked for, also on a data connection that this side accepted.
+  socket.PeerName = ServerAddress;
+}
+
+void FTPSessionClass::SecureDataConnections() {
+  if (!DataSocket) return;
+  ApplyCertificateChecks(*DataSocket);
+  // The handshake waits for the server's 125 or 150: a server may take a data connection
+  // that is busy before it has read the transfer command for a broken one (pyftpdlib closes
+  // it), and another accepts the connection only with that command (vsftpd).
+  DataSocket->HandshakeOnRequest = true;
+  DataSocket->ConnectionType = 3;
+  DataSocket->SetSecure(true);
+}
+
+QString FTPSessionClass::SocketErrorText(const SSLSocket& socket) const {
+  const qint32 code = socket.LastErrorCode();
+  const QString reason = socket.TLSFailureReason();
+  if (code != SocketCore::ErrorTLS || reason.isEmpty() || !(VerifyServerCertificate || SecureDataConnection))
+    return Str(code);
+  return Str(code) + QStringLiteral(" (") + reason + QStringLiteral(")");
 }
 
 }  // namespace velmar

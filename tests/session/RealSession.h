@@ -52,7 +52,7 @@ protected:
 };
 
 inline std::string ServerName(const ::testing::TestParamInfo<RealFtpServer::Kind>& info) {
-  const char* const names[] = {"pyftpdlib", "pyftpdlib_tls", "vsftpd"};  // in the order of Kind
+  const char* const names[] = {"pyftpdlib", "pyftpdlib_tls", "vsftpd", "pyftpdlib_tls_data", "vsftpd_tls_data"};  // Kind's order
   return names[static_cast<int>(info.param)];
 }
 

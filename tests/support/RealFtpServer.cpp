@@ -40,6 +40,8 @@ QString RunTool(const QString& program, const QStringList& arguments) {
 // when its stdin closes (or when this process dies: it gets SIGTERM then).
 struct RealFtpServer::Impl {
   Kind kind;
+  QString certificateName;
+  QString certificateFile;
   QString skipReason;  // empty once the server runs
   quint16 port = 0;
   QString user;
@@ -48,7 +50,7 @@ struct RealFtpServer::Impl {
   QTemporaryDir temp{QDir::tempPath() + u"/velmar-ftp-XXXXXX"_s};
   QProcess process;
 
-  explicit Impl(Kind k) : kind(k) {
+  Impl(Kind k, const QString& name) : kind(k), certificateName(name) {
     root = temp.isValid() ? temp.filePath(u"home"_s) : QString();
     if (root.isEmpty())
       skipReason = u"cannot create a temporary folder: %1"_s.arg(temp.errorString());
@@ -68,16 +70,19 @@ struct RealFtpServer::Impl {
   }
 
   QString Start() {
-    QStringList arguments{QStringLiteral(VELMAR_LOCAL_FTP_SERVER), kind == Kind::Vsftpd ? u"vsftpd"_s : u"pyftpdlib"_s,
+    const bool vsftpd = kind == Kind::Vsftpd || kind == Kind::VsftpdTLSData;
+    QStringList arguments{QStringLiteral(VELMAR_LOCAL_FTP_SERVER), vsftpd ? u"vsftpd"_s : u"pyftpdlib"_s,
                           u"--root"_s, root, u"--password"_s, password, u"--until-stdin-closes"_s};
-    if (kind == Kind::PyftpdlibTLS) {
+    if (kind != Kind::Pyftpdlib && kind != Kind::Vsftpd) {
       // A fresh self-signed certificate, and its key in the same PEM file.
       const QString pem = temp.filePath(u"server.pem"_s);
       const QString error = RunTool(u"openssl"_s, {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s,
-                                                   u"-days"_s, u"2"_s, u"-subj"_s, u"/CN=localhost"_s,
+                                                   u"-days"_s, u"2"_s, u"-subj"_s, u"/CN="_s + certificateName,
                                                    u"-keyout"_s, pem, u"-out"_s, pem});
       if (!error.isEmpty()) return error;
+      certificateFile = pem;
       arguments << u"--tls"_s << pem;
+      if (kind != Kind::PyftpdlibTLS) arguments << u"--tls-data-required"_s;
     }
     // The system's interpreter first: that is where the Debian packages install pyftpdlib,
     // while a python3 earlier on PATH (pyenv and the like) may lack it.
@@ -100,7 +105,8 @@ struct RealFtpServer::Impl {
   }
 };
 
-RealFtpServer::RealFtpServer(Kind kind) : impl_(std::make_unique<Impl>(kind)) {}
+RealFtpServer::RealFtpServer(Kind kind, const QString& certificateName)
+    : impl_(std::make_unique<Impl>(kind, certificateName)) {}
 RealFtpServer::~RealFtpServer() = default;
 
 bool RealFtpServer::Started() const { return impl_->skipReason.isEmpty(); }
@@ -109,9 +115,10 @@ quint16 RealFtpServer::Port() const { return impl_->port; }
 QString RealFtpServer::User() const { return impl_->user; }
 QString RealFtpServer::Password() const { return impl_->password; }
 QString RealFtpServer::Root() const { return impl_->root; }
+QString RealFtpServer::CertificateFile() const { return impl_->certificateFile; }
 
 bool RealFtpServer::HandOverRoot() const {
-  if (impl_->kind != Kind::Vsftpd) return true;  // pyftpdlib runs as the owner of the files
+  if (impl_->kind != Kind::Vsftpd && impl_->kind != Kind::VsftpdTLSData) return true;  // pyftpdlib runs as the owner of the files
   const QString error = RunTool(u"chown"_s, {u"-R"_s, impl_->user + u':', impl_->root});
   if (!error.isEmpty()) qWarning("chown: %s", qPrintable(error));
   return error.isEmpty();

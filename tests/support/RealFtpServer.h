@@ -1,6 +1,7 @@
 #pragma once
 // Real FTP servers for integration tests, started by the test on a free loopback port and
-// stopped by the destructor: pyftpdlib (plain or explicit TLS) and vsftpd.
+// stopped by the destructor: pyftpdlib (plain or explicit TLS) and vsftpd (plain, or explicit
+// TLS that it demands on data connections, resuming the control connection's session).
 #include <QString>
 #include <memory>
 
@@ -8,11 +9,14 @@ namespace velmar::test {
 
 class RealFtpServer {
 public:
-  enum class Kind { Pyftpdlib, PyftpdlibTLS, Vsftpd };
+  // The TLS kinds offer AUTH TLS and still take plain logins; the ...TLSData kinds refuse data
+  // connections without TLS.
+  enum class Kind { Pyftpdlib, PyftpdlibTLS, Vsftpd, PyftpdlibTLSData, VsftpdTLSData };
 
   // Starts the server with one user (User(), Password()) whose home is a fresh temporary
-  // folder (Root()). Check Started(); when false, SkipReason() says why in one line.
-  explicit RealFtpServer(Kind kind);
+  // folder (Root()). Check Started(); when false, SkipReason() says why in one line. A TLS
+  // server has a fresh self-signed certificate for `certificateName`.
+  explicit RealFtpServer(Kind kind, const QString& certificateName = QStringLiteral("localhost"));
   ~RealFtpServer();
 
   bool Started() const;
@@ -24,6 +28,8 @@ public:
   // is owned by the server's system user: a folder a test makes in it as root is not
   // writable over FTP unless the test hands it to User().
   QString Root() const;
+  // The PEM file of a TLS server's certificate (with its key), to trust it; empty for the others.
+  QString CertificateFile() const;
   // Hands what a test made under Root() to the server's user, so that it can be changed over
   // FTP (vsftpd); false with the tool's complaint in the log when that fails.
   bool HandOverRoot() const;
