@@ -484,6 +484,9 @@ const FieldTable<FTPSessionClass>& SessionFields() {
       Field<S>("FTPS", &S::FTPS),
       Field<S>("MaxReplyLineLength", &S::MaxReplyLineLength),
       Field<S>("WaitForDataClose", &S::WaitForDataClose),
+      Field<S>("SecureDataConnection", &S::SecureDataConnection),
+      Field<S>("VerifyServerCertificate", &S::VerifyServerCertificate),
+      Field<S>("TrustedCertificateFile", &S::TrustedCertificateFile),
   };
   return table;
 }

@@ -176,7 +176,8 @@ TEST(ShellBinary, ErrorsCountLinesPerSourceAndHelpListsTheWords) {
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_TRUE(help.out.startsWith("Usage: velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT]"));
   for (const char* word : {"wait [SECONDS]", "sleep MS", "Squeeze", "ParseCommandBuffer", "FormatBytes", "SITECommand",
-                           "DataSocket.FileData", "ConnectionTimer.Mode", "ServerPassword"})
+                           "DataSocket.FileData", "ConnectionTimer.Mode", "ServerPassword", "SecureDataConnection",
+                           "VerifyServerCertificate", "TrustedCertificateFile"})
     EXPECT_TRUE(help.out.contains(QString::fromUtf8(word))) << word;
 }
 

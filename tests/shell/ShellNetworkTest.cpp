@@ -8,6 +8,8 @@
 #include "support/ScriptedFtpServer.h"
 #include "tests/shell/ShellProcess.h"
 
+#include <QFile>
+
 #include <gtest/gtest.h>
 
 namespace velmar::test {
@@ -147,6 +149,30 @@ TEST(ShellRealServer, LogonAndLogoffInTheClearAndOverTls) {
     EXPECT_EQ(Shape(r.Lines()), expected) << r.out.toStdString();
     EXPECT_FALSE(r.out.contains(server.Password()));
   }
+}
+
+// The TLS settings from a script: the certificate checked (an address where the certificate
+// names a host is refused with its reason), then a listing over a data connection in TLS from a
+// server that refuses data in the clear.
+TEST(ShellRealServer, SecureDataAndACheckedCertificate) {
+  RealFtpServer server(RealFtpServer::Kind::PyftpdlibTLSData);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  QFile(server.Root() + "/listed.txt").open(QIODevice::WriteOnly);
+  const QString settings = "set FTPS true\nset SecureDataConnection true\nset VerifyServerCertificate true\n"
+                           "set TrustedCertificateFile \"" + server.CertificateFile() + "\"\nprint SecureDataConnection\n";
+  const auto r = ShellProcess::Run({"--no-progress"}, LogonScript(server.Port(), server.User(), server.Password()) +
+                                                          settings + "Logon\nwait\nset ServerAddress localhost\n"
+                                                          "Logon\nwait\nGetDirList\nwait\nprint DirectoryFileList\n",
+                                   30000);
+  EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+  const QStringList lines = RecordingStatus::Only(r.Lines(), {"success", "error", "value"});
+  ASSERT_EQ(lines.size(), 5) << r.out.toStdString();
+  EXPECT_EQ(lines.mid(0, 4), (QStringList{"value\tSecureDataConnection\ttrue",
+                                          "error\tError: 108 (certificate verify failed: IP address mismatch, "
+                                          "expected \"127.0.0.1\")",
+                                          "success\tLogon Complete.", "success\tThe file list has been transferred."}));
+  EXPECT_TRUE(lines[4].contains(" listed.txt\\r\\n")) << lines[4].toStdString();
+  EXPECT_FALSE(r.out.contains(server.Password()));
 }
 
 }  // namespace
