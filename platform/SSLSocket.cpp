@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <map>
+#include <set>
 
 namespace velmar {
 
@@ -70,6 +71,21 @@ SSL_CTX* VerifyingContext(const QString& trustedFile, QString* reason) {
   return made;
 }
 
+struct Lingering {
+  int fd;
+  QSocketNotifier notifier;
+  QTimer deadline;
+  explicit Lingering(int kept) : fd(kept), notifier(kept, QSocketNotifier::Read) {}
+  ~Lingering() { ::close(fd); }
+};
+
+// Every lingering socket, reachable until it is done (also at the program's end, where a leak
+// checker would otherwise count one that still waits).
+std::set<Lingering*>& LingeringSockets() {
+  static auto* all = new std::set<Lingering*>;
+  return *all;
+}
+
 // Keeps the socket of a closed TLS connection open, reading away whatever still comes, until
 // the peer closes too (or 10 s have passed). Bytes that arrive after close() make the kernel
 // answer with a reset, and a peer that gets a reset may drop what it has received and not yet
@@ -79,18 +95,15 @@ void LingerUntilPeerCloses(int descriptor) {
   const int kept = ::dup(descriptor);
   if (kept < 0) return;
   ::shutdown(kept, SHUT_WR);  // the end of this side's bytes, after the close_notify
-  struct Lingering {
-    int fd;
-    QSocketNotifier notifier;
-    QTimer deadline;
-    explicit Lingering(int f) : fd(f), notifier(f, QSocketNotifier::Read) {}
-    ~Lingering() { ::close(fd); }
-  };
   auto* lingering = new Lingering(kept);
+  LingeringSockets().insert(lingering);
   const auto finish = [lingering] {
     lingering->notifier.setEnabled(false);
     lingering->deadline.stop();
-    QTimer::singleShot(0, [lingering] { delete lingering; });
+    QTimer::singleShot(0, [lingering] {
+      LingeringSockets().erase(lingering);
+      delete lingering;
+    });
   };
   QObject::connect(&lingering->notifier, &QSocketNotifier::activated, [lingering, finish] {
     char discard[16 * 1024];
