@@ -41,7 +41,9 @@ void FTPSessionClass::ExecuteRestartGetSingleFileSteps(const QString& replyLine,
     NextFTPStep("REST", "REST " + Format(RestartByteCount, "0"), "Get file ");
   } else if (StepIs("REST")) {
     if (replyCode != 350) return ErrorBranch(replyLine);
-    NextFTPStep("RETR", "RETR " + DataSocket->GetFileName(), "Get file ");
+    // Through Deref: a reply that reaches the machine after the data socket is gone (the lines
+    // behind an error branch are still dispatched) raises the nil-object error, not a crash.
+    NextFTPStep("RETR", "RETR " + Deref(DataSocket, "DataSocket").GetFileName(), "Get file ");
   } else if (StepIs("RETR")) {
     RetrieveStep(replyLine, replyCode, {150});
   } else if (StepIs("FILEEND")) {

@@ -78,7 +78,9 @@ bool FTPSessionClass::ListDirectorySteps(const QString& replyLine, qint32 replyC
     Deref(DataSocket, "DataSocket").Poll();
     if (nextPortAfterListing && !PassiveMode) NextDataPort();
     stepAfterListing_ = QString::fromLatin1(afterListing);
-    if (!DataSocket->IsConnected()) ListingTakenIn();
+    // The Poll may have delivered the listing connection's failure, which ended the session
+    // and, in the connecting walks, released the data socket: then the walk stops here.
+    if (DataSocket && !DataSocket->IsConnected()) ListingTakenIn();
   } else {
     ErrorBranch(replyLine);
   }
