@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs everything the project needs on Debian 12 to build, test, benchmark and demo:
-# compilers and build tools, Qt 6, GoogleTest, the FTP servers and peers the tests run,
+# compilers and build tools (clang with libFuzzer too), Qt 6, GoogleTest, the FTP servers and peers the tests run,
 # and an X server for screenshots. Idempotent: when every package is there it only asks
 # dpkg and returns.
 set -euo pipefail
@@ -11,6 +11,8 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config git
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev libssl-dev
   libgtest-dev libgmock-dev googletest
+  # fuzzing (scripts/fuzz.sh): clang and its libFuzzer runtime
+  clang libclang-rt-14-dev
   # real servers, peers and tools used by tests, benchmarks and demos
   python3 python3-pyftpdlib python3-openssl vsftpd openssl curl lftp
   iproute2 util-linux passwd procps

@@ -8,10 +8,14 @@
 #            LeakSanitizer (VELMAR_SANITIZE=ON) instead of build/
 #   CTEST ARGS pass to ctest, e.g. `scripts/test.sh -R session` or `-L install`.
 #
+# A plain run without CTEST ARGS then fuzzes each target of tests/fuzz/ briefly with
+# scripts/fuzz.sh (in build-fuzz/, when clang with libFuzzer is there); a finding fails the run.
+#
 # Environment: VELMAR_BUILD_DIR (default build/ or build-asan/), VELMAR_BUILD_TYPE (default
 # Debug), VELMAR_TEST_TIMEOUT (seconds per test for tests that set none of their own, default
-# 300), VELMAR_CTEST_JOBS (default 2).
-# Exit status: ctest's (or the failing setup/configure/build step's).
+# 300), VELMAR_CTEST_JOBS (default 2), VELMAR_FUZZ_SECONDS (per fuzz target, default 11; 0
+# leaves fuzzing out).
+# Exit status: ctest's (or the failing setup/configure/build step's), else 1 for a fuzz finding.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -19,7 +23,7 @@ asan=0
 while (($#)); do
   case $1 in
     --asan) asan=1; shift ;;
-    -h|--help) sed -n '2,15s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 0 ;;
+    -h|--help) sed -n '2,20s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 0 ;;
     --) shift; break ;;
     *) break ;;
   esac
@@ -74,11 +78,28 @@ if ! cmake --build "$build" -j "$(nproc)"; then
 fi
 
 log="$build/ctest-output.log"
+ctest_args=$#
 set +e
 ctest --test-dir "$build" --output-on-failure --no-tests=error \
   -j "${VELMAR_CTEST_JOBS:-2}" --timeout "${VELMAR_TEST_TIMEOUT:-300}" "$@" 2>&1 | tee "$log"
 status=${PIPESTATUS[0]}
 set -e
+
+# Hostile input: each fuzz target for a few seconds, after the whole plain suite.
+fuzz_seconds=${VELMAR_FUZZ_SECONDS:-11}
+fuzz_failed=0
+if ((!asan && ctest_args == 0 && fuzz_seconds > 0)); then
+  fuzz_started=$SECONDS
+  set +e
+  bash "$root/scripts/fuzz.sh" --seconds "$fuzz_seconds"
+  fuzz_status=$?
+  set -e
+  case $fuzz_status in
+    0) say "fuzzing: no finding in $((SECONDS - fuzz_started))s" ;;
+    77) say "fuzzing skipped: no clang with libFuzzer" ;;
+    *) say "fuzzing FAILED (fuzz.sh exit $fuzz_status)"; fuzz_failed=1 ;;
+  esac
+fi
 
 # ctest counts skipped tests among the passed ones; report them apart.
 total=0 failed=0
@@ -88,6 +109,14 @@ fi
 skipped=$(grep -c '(Skipped)$' "$log" || true)
 passed=$((total - failed - skipped))
 elapsed=$((SECONDS - started))
-say "$( ((status == 0)) && echo OK || echo "FAILED (ctest exit $status)") in $((elapsed / 60))m$((elapsed % 60))s, build folder $build"
+if ((status != 0)); then
+  verdict="FAILED (ctest exit $status)"
+elif ((fuzz_failed)); then
+  verdict="FAILED (fuzz finding)"
+  status=1
+else
+  verdict=OK
+fi
+say "$verdict in $((elapsed / 60))m$((elapsed % 60))s, build folder $build"
 say "$passed passed, $failed failed, $skipped skipped"
 exit "$status"
