@@ -48,7 +48,8 @@ SSL_CTX* VerifyingContext(const QString& trustedFile, QString* reason) {
     SSL_CTX* context;
     QDateTime modified;
   };
-  static std::map<QString, Loaded> contexts;
+  // Never destroyed, like the contexts it holds: still reachable at the program's end.
+  static auto& contexts = *new std::map<QString, Loaded>;
   const QDateTime modified = trustedFile.isEmpty() ? QDateTime() : QFileInfo(trustedFile).lastModified();
   const auto found = contexts.find(trustedFile);
   if (found != contexts.end() && found->second.modified == modified) return found->second.context;
