@@ -4,6 +4,7 @@
 // that belongs to the fault, before its timer has long passed, without a success where the
 // work is not done, without the password in any report, and without spinning a core while it
 // waits.
+#include "platform/FolderItem.h"
 #include "sequences/Rows.h"
 #include "support/TestFiles.h"
 
@@ -53,6 +54,17 @@ const Machine kMachines[] = {
     {"DeleteFile", Batch(&S::StartDeleteFile, {"f"}), {kPasv, kTypeI, Ok("DELE f"), kQuit}, "success\tFile has been deleted."},
     {"RenameFile", Batch(&S::StartRenameFile, {"n", "o"}), {kPasv, kTypeI, Ok("RNFR o", "350 go"), Ok("RNTO n"), kQuit},
      "success\tFile Rename Complete."},
+    {"PutDir", Batch(&S::StartPutDir, {}, "/up", [](S& s) {
+       WriteFile(s.GetLocalDirectoryPathName() + "top/f", kFileBytes);
+       s.SetLocalFolderItem(GetFolderItem(s.GetLocalDirectoryPathName() + "top/"));
+     }),
+     {Ok("CWD /up"), kTypeI, kPasv, {"STOR f", kStored}, kPasv, Ok("CDUP"), kQuit},
+     "success\tDirectory Transfer Complete.",
+     [](S&, const QString&, const ScriptedFtpServer& server) { return server.ReceivedData() == QList{kFileBytes}; }},
+    {"DeleteDir", Batch(&S::StartDeleteDir, {}, "/t"),
+     {kTypeA, kPasv, Ok("CWD /t"), Pwd("/t"), {"LIST -a", Served(File("f"))}, Ok("DELE /t/f"), Ok("CDUP"), Ok("RMD /t"),
+      kQuit},
+     "success\tThe directory has been deleted."},
     {"GetDir", Batch(&S::StartGetDir, {}, "/t"),
      {kTypeA, kPasv, Ok("CWD /t"), Pwd("/t"), {"LIST -a", Served(File("f"))}, kTypeI, kPasv, {"RETR /t/f", Served(kFileBytes)},
       Ok("CDUP"), kQuit},
@@ -211,7 +223,7 @@ TEST_P(ControlFaults, EachStepMeetsEachFault) {
       EXPECT_FALSE(c->log->join('\n').contains(kPassword));
       const QString& end = ends.first();
       if (!c->expectedEnd.isEmpty() && !(c->mayFinish && end == c->machine->success)) {
-        EXPECT_EQ(end, c->expectedEnd);
+        EXPECT_EQ(end, c->expectedEnd) << c->server.Mismatches().join('|').toStdString();
       } else if (c->expectedEnd.isEmpty() && !c->mayFinish) {
         EXPECT_TRUE(end.startsWith("error\t")) << end.toStdString();
       }
