@@ -62,6 +62,15 @@ const OperationRow kConnectingRows[] = {
        EXPECT_TRUE(ReadFile(local + "a") == kLarge.left(100000));
        EXPECT_EQ(ReadFile(local + "c"), "older c");
      }},
+    // Waiting for a data connection's close has a limit of its own: a server that answers every
+    // NOOP would otherwise keep the wait going for ever.
+    {"ADataCloseThatNeverComesEndsTheWait", Batch(&S::StartGetFile, {"f"}, {}, [](S& s) {
+       s.WaitForDataClose = true;
+       s.Timeout = 1000;
+     }),
+     QList<Exchange>{kPasv, kTypeI, {"RETR f", {Line("150 go"), WaitDataConnected(), Line("226 done")}}} +
+         QList<Exchange>(100, {"NOOP", {Delay(50), Line("200 ok")}}),
+     {"error\tError: the data connection did not end"}},
 };
 INSTANTIATE_TEST_SUITE_P(Local, ConnectingRows, ::testing::ValuesIn(kConnectingRows), RowName);
 
