@@ -16,11 +16,11 @@ const OperationRow kBatchRows[] = {
     // In active mode the port advances and wraps. Blank form: only "250 " ends the reply (read
     // later: a final line in the same read would be dropped); the answer to QUIT is not looked at.
     {"DeleteActiveAdvancesWrapsAndWaitsForTheFinalLine",
-     Batch(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd(32951)),
-     {Port(32952), kTypeI, {"DELE b", {Line("250-first"), Line("250second"), Delay(50), Line("250 done")}}, Port(32951),
+     Batch(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd(32051)),
+     {Port(32052), kTypeI, {"DELE b", {Line("250-first"), Line("250second"), Delay(50), Line("250 done")}}, Port(32051),
       kTypeI, Ok("DELE a"), Ok("QUIT", "500 what")},
-     {kDeleted}, {"status\tSet data port to: 32952"},
-     [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32951); }},
+     {kDeleted}, {"status\tSet data port to: 32052"},
+     [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32051); }},
     // The list is tested after a delete: an empty one still sends one bare DELE.
     {"DeleteOfNothingSendsABareDele", Batch(&S::StartDeleteFile, {}),
      {kPasv, kTypeI, Ok("DELE ", "550 what")}, {"error\tError: 550 what\n"}},
@@ -43,8 +43,8 @@ const OperationRow kBatchRows[] = {
      FilesLeft({"n1", "o1", "n2"})},
     // In active mode the port advances and wraps; a refused RNTO does not stop the batch.
     {"RenameActiveAdvancesAndWrapsPastRefusedRntos",
-     Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd(32953)),
-     {Port(32954), kTypeI, Ok("RNFR o2", "350 go"), Ok("RNTO n2", "553 refused"), Port(32953), kTypeI,
+     Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd(32053)),
+     {Port(32054), kTypeI, Ok("RNFR o2", "350 go"), Ok("RNTO n2", "553 refused"), Port(32053), kTypeI,
       Ok("RNFR o1", "350 go"), Ok("RNTO n1", "553 refused"), kQuit}, {kRenamed}},
     // Hyphen form: a middle line without a hyphen counts as final. At "DONE" it moves the
     // machine on, and the real final line, read later, is taken as the answer to PASV.
@@ -92,9 +92,9 @@ const OperationRow kTreeRows[] = {
        EXPECT_EQ(s.DeleteDirectory, "/top");
      }},
     // In active mode each subdirectory takes the next port.
-    {"ActiveModeTakesTheNextPortPerDirectory", DeleteTree("/top", ActiveAtRangeEnd(32955)),
-     {kTypeA, Port(32956), Ok("CWD /top"), Pwd("/top"), {"LIST -a", QList{ConnectActive()} + Listing(Folder("s"))},
-      Port(32955), Ok("CWD /top/s"), Pwd("/top/s"), {"LIST -a", QList{ConnectActive()} + Listing("")}, Ok("CDUP"),
+    {"ActiveModeTakesTheNextPortPerDirectory", DeleteTree("/top", ActiveAtRangeEnd(32055)),
+     {kTypeA, Port(32056), Ok("CWD /top"), Pwd("/top"), {"LIST -a", QList{ConnectActive()} + Listing(Folder("s"))},
+      Port(32055), Ok("CWD /top/s"), Pwd("/top/s"), {"LIST -a", QList{ConnectActive()} + Listing("")}, Ok("CDUP"),
       Ok("RMD /top/s"), Pwd("/top"), Ok("CDUP"), Ok("RMD /top"), kQuit},
      {kTreeDeleted}},
     {"RefusedDeleteEndsTheWalk", DeleteTree("/top"),

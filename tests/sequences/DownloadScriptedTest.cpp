@@ -37,8 +37,8 @@ const OperationRow kConnectingRows[] = {
       {"NOOP", {Delay(100), Line("200 ok")}}, kQuit},
      {kDownloaded}, {"status\tGet file "}, LocalFiles({{"a", "ay"}, {"b", "bee"}})},
     // The port advances after each file, and wraps at the end of the range.
-    {"ActiveBatchTakesTheNextPortForEachFile", Batch(&S::StartGetFile, {"a", "b", "c"}, {}, ActiveAtRangeEnd(32959)),
-     {Port(32960), kTypeI, {"RETR c", Served("c", true)}, Port(32959), kTypeI, {"RETR b", Served("b", true)}, Port(32960),
+    {"ActiveBatchTakesTheNextPortForEachFile", Batch(&S::StartGetFile, {"a", "b", "c"}, {}, ActiveAtRangeEnd(32059)),
+     {Port(32060), kTypeI, {"RETR c", Served("c", true)}, Port(32059), kTypeI, {"RETR b", Served("b", true)}, Port(32060),
       kTypeI, {"RETR a", Served("a", true)}, kQuit},
      {kDownloaded}, {}, LocalFiles({{"a", "a"}, {"b", "b"}, {"c", "c"}})},
     {"TheFirstRefusalEndsTheBatch", Batch(&S::StartGetFile, {"a", "b", "c"}),

@@ -18,7 +18,8 @@ inline const Exchange kTypeI = Ok("TYPE I", "200 ok"), kTypeA = Ok("TYPE A", "20
 inline Exchange Port(int port) { return Ok(QString("PORT 127,0,0,1,%1,%2").arg(port / 256).arg(port % 256), "200 ok"); }
 
 // Active mode with the port at the end of a two-port range, so that the second round wraps.
-// Each row has a range of its own, clear of the other tests' ranges, as rows run side by side.
+// Each row has a range of its own, clear of the other tests' ranges, as rows run side by side,
+// and below the kernel's ephemeral ports (32768 and up), which outgoing connections take.
 inline std::function<void(S&)> ActiveAtRangeEnd(int first) {
   return [first](S& s) {
     s.PassiveMode = false;

@@ -78,13 +78,13 @@ INSTANTIATE_TEST_SUITE_P(Upload, ConnectingRows, ::testing::ValuesIn(kRows), Row
 // after a file only; the end is quiet.
 const OperationRow kResidentRows[] = {
     {"PutDirActiveModeListensLateAndEndsQuietly",
-     Batch(&S::PutDir, {}, {}, [](S& s) { ActiveAtRangeEnd(32957)(s), Tree("t/", {{"one", "1"}})(s); }),
-     {kTypeI, Port(32958), {"STOR one", {ConnectActive(), Line("150 go"), DataReceiveAll(), Line("226 ok")}}, Port(32957),
+     Batch(&S::PutDir, {}, {}, [](S& s) { ActiveAtRangeEnd(32057)(s), Tree("t/", {{"one", "1"}})(s); }),
+     {kTypeI, Port(32058), {"STOR one", {ConnectActive(), Line("150 go"), DataReceiveAll(), Line("226 ok")}}, Port(32057),
       Ok("CDUP", "250 up")},
      {kTreeUploaded}, {},
      [](S& s, const QString&, const ScriptedFtpServer& server) {
        EXPECT_EQ(server.ReceivedData(), QList<QByteArray>{"1"});
-       EXPECT_EQ(s.DataPort, 32957);
+       EXPECT_EQ(s.DataPort, 32057);
      }},
 };
 INSTANTIATE_TEST_SUITE_P(Upload, ResidentRows, ::testing::ValuesIn(kResidentRows), RowName);

@@ -24,7 +24,7 @@ protected:
     session->SetLoginInfo("127.0.0.1", server->User(), server->Password());
     session->CommandPort = server->Port();
     session->SetLocalDirectoryPathName(local.path() + "/");
-    session->SetDataPortRange(32701, 32900);
+    session->SetDataPortRange(32701, 32767);
     session->FTPS = GetParam() == RealFtpServer::Kind::PyftpdlibTLS;
     ASSERT_EQ(Run(&S::Logon), "success\tLogon Complete.") << log->join('\n').toStdString();
     EXPECT_EQ(session->CommandSocket->SSLConnected(), session->FTPS);
