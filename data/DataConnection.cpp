@@ -181,12 +181,11 @@ bool FTPSessionClass::DataHandedOver(const QString& replyLine, qint32 replyCode,
   // unread transfer look finished.
   FTPDataSocket& data = Deref(DataSocket, "DataSocket");
   data.Poll();
-  const bool closePending = WaitForDataClose && data.IsOpen();
-  if (data.FileData.isEmpty() && !closePending) {
-    dataCloseWait_.invalidate();
-    return true;
-  }
-  if (closePending && data.FileData.isEmpty()) {
+  if (data.FileData.isEmpty()) {
+    if (!WaitForDataClose || !data.IsOpen()) {
+      dataCloseWait_.invalidate();
+      return true;
+    }
     // Each NOOP restarts the timer: the wait for the close has a limit of its own.
     if (!dataCloseWait_.isValid()) dataCloseWait_.start();
     if (dataCloseWait_.hasExpired(Timeout)) {

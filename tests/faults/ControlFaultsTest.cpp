@@ -42,16 +42,19 @@ const QList<ScriptAction> kStored = {Line("150 go"), DataReceiveAll(), Line("226
 
 const Machine kMachines[] = {
     {"Logon", [](S& s, const QString&) { s.Logon(); }, {}, "success\tLogon Complete."},
-    {"GetFile", Batch(&S::StartGetFile, {"f"}, "/pub"), {Ok("CWD /pub"), kPasv, kTypeI, {"RETR f", Served(kFileBytes)}, kQuit},
+    {"GetFile", Batch(&S::StartGetFile, {"f"}, "/pub"),
+     {Ok("CWD /pub"), kPasv, kTypeI, {"RETR f", Served(kFileBytes)}, kQuit},
      "success\tFile Transfer Complete.",
      [](S&, const QString& local, const ScriptedFtpServer&) { return ReadFile(local + "f") == kFileBytes; }},
-    {"PutFile", Batch(&S::StartPutFile, {"f"}, "/in", [](S& s) { WriteFile(s.GetLocalDirectoryPathName() + "f", kFileBytes); }),
+    {"PutFile",
+     Batch(&S::StartPutFile, {"f"}, "/in", [](S& s) { WriteFile(s.GetLocalDirectoryPathName() + "f", kFileBytes); }),
      {Ok("CWD /in"), kTypeI, kPasv, {"STOR f", kStored}, kQuit}, "success\tFile Transfer Complete.",
      [](S&, const QString&, const ScriptedFtpServer& server) { return server.ReceivedData() == QList{kFileBytes}; }},
     {"GetDirList", Batch(&S::StartGetDirList, {}), {kTypeA, kPasv, Pwd("/"), {"LIST", Served(File("a"))}, kQuit},
      "success\tThe file list has been transferred.",
      [](S& s, const QString&, const ScriptedFtpServer&) { return s.DirectoryFileList == File("a"); }},
-    {"DeleteFile", Batch(&S::StartDeleteFile, {"f"}), {kPasv, kTypeI, Ok("DELE f"), kQuit}, "success\tFile has been deleted."},
+    {"DeleteFile", Batch(&S::StartDeleteFile, {"f"}), {kPasv, kTypeI, Ok("DELE f"), kQuit},
+     "success\tFile has been deleted."},
     {"RenameFile", Batch(&S::StartRenameFile, {"n", "o"}), {kPasv, kTypeI, Ok("RNFR o", "350 go"), Ok("RNTO n"), kQuit},
      "success\tFile Rename Complete."},
     {"PutDir", Batch(&S::StartPutDir, {}, "/up", [](S& s) {
@@ -66,7 +69,8 @@ const Machine kMachines[] = {
       kQuit},
      "success\tThe directory has been deleted."},
     {"GetDir", Batch(&S::StartGetDir, {}, "/t"),
-     {kTypeA, kPasv, Ok("CWD /t"), Pwd("/t"), {"LIST -a", Served(File("f"))}, kTypeI, kPasv, {"RETR /t/f", Served(kFileBytes)},
+     {kTypeA, kPasv, Ok("CWD /t"), Pwd("/t"), {"LIST -a", Served(File("f"))}, kTypeI, kPasv,
+      {"RETR /t/f", Served(kFileBytes)},
       Ok("CDUP"), kQuit},
      "success\tDirectory Transfer Complete.",
      [](S&, const QString& local, const ScriptedFtpServer&) { return ReadFile(local + "t/f") == kFileBytes; }},
@@ -94,9 +98,12 @@ const Fault kFaults[] = {
     {"LineWithoutEnd", {Raw(QByteArray(5 << 20, '9'))}, "error\tError: a reply line of more than 4194304 bytes"},
     // The data connection: reset or closed before the end (the server then says 426), or
     // never opened; and a 226 long before the close, which must still end well.
-    {"DataReset", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataReset(), Delay(50), Line("426 reset")}, {}, Target::Transfer},
-    {"DataClosedEarly", {Line("150 go"), WaitDataConnected(), DataSend("part"), DataClose(), Delay(50), Line("426 cut")}, {},
-     Target::Transfer},
+    {"DataReset",
+     {Line("150 go"), WaitDataConnected(), DataSend("part"), DataReset(), Delay(50), Line("426 reset")},
+     {}, Target::Transfer},
+    {"DataClosedEarly",
+     {Line("150 go"), WaitDataConnected(), DataSend("part"), DataClose(), Delay(50), Line("426 cut")},
+     {}, Target::Transfer},
     // With WaitForDataClose, a download that the 226 overtakes polls with a NOOP until the close.
     {"Early226", {}, "done", Target::Transfer, [](QList<ScriptAction> clean) {
        clean.insert(1, clean.takeLast());  // the 226 right behind the 150, the data later
@@ -128,12 +135,14 @@ struct Case {
 };
 
 QList<Exchange> CleanScript(const Machine& machine) {
-  return QList<Exchange>{{"", {Line("220 ready")}}, Ok("USER u", "331 ok"), Ok("PASS " + kPassword, "230 in")} + machine.script;
+  const QList<Exchange> logon = {{"", {Line("220 ready")}}, Ok("USER u", "331 ok"), Ok("PASS " + kPassword, "230 in")};
+  return logon + machine.script;
 }
 
 bool IsTransfer(const Exchange& exchange) {
   for (const ScriptAction& action : exchange.actions)
-    if (action.kind == ScriptAction::Kind::WaitDataConnected || action.kind == ScriptAction::Kind::DataReceiveAll) return true;
+    if (action.kind == ScriptAction::Kind::WaitDataConnected || action.kind == ScriptAction::Kind::DataReceiveAll)
+      return true;
   return false;
 }
 
@@ -192,7 +201,8 @@ std::vector<std::unique_ptr<Case>> CasesOf(const Machine& machine) {
 double CpuSeconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+  return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 struct ControlFaults : ::testing::TestWithParam<Machine> {};
@@ -204,12 +214,15 @@ TEST_P(ControlFaults, EachStepMeetsEachFault) {
   std::cout << GetParam().name << ": " << all.size() << " cases\n";
   for (size_t first = 0; first < all.size(); first += 40) {
     const auto batch = std::span(all).subspan(first, std::min<size_t>(40, all.size() - first));
-    const bool waiting = std::all_of(batch.begin(), batch.end(), [](const auto& c) { return c->expectedEnd == kTimedOut; });
+    const bool waiting =
+        std::all_of(batch.begin(), batch.end(), [](const auto& c) { return c->expectedEnd == kTimedOut; });
     const double cpuBefore = CpuSeconds();
     QElapsedTimer wall;
     wall.start();
     for (const auto& c : batch) c->machine->start(*c->session, c->local.path() + "/");
-    RunUntil([&] { return std::all_of(batch.begin(), batch.end(), [](const auto& c) { return !c->Ends().isEmpty(); }); },
+    RunUntil([&] {
+      return std::all_of(batch.begin(), batch.end(), [](const auto& c) { return !c->Ends().isEmpty(); });
+    },
              kTimeoutMs + 10000);
     // Waiting for a server that says nothing costs no CPU: no loop polls in the meantime.
     if (waiting) {

@@ -62,7 +62,8 @@ TEST_P(Crowd, OfUploadsAtOnce) {
   std::vector<std::shared_ptr<QStringList>> logs(count);
   for (int i = 0; i < count; ++i) sessions.push_back(Upload(QString("crowd %1").arg(i), logs[i]));
   ASSERT_TRUE(RunUntil([&] {
-    return std::all_of(logs.begin(), logs.end(), [](const auto& log) { return !RecordingStatus::Ends(*log).isEmpty(); });
+    return std::all_of(logs.begin(), logs.end(),
+                       [](const auto& log) { return !RecordingStatus::Ends(*log).isEmpty(); });
   }, 120000));
   for (const auto& log : logs) EXPECT_EQ(RecordingStatus::Ends(*log), QStringList{kFilesDone});
   QStringList wrong;

@@ -16,7 +16,9 @@ namespace {
 
 const QByteArray kSmall = RandomBytes(20000, 11), kLarge = RandomBytes(400000, 12);
 const QList<ScriptAction> kServed = {Line("150 go"), WaitDataConnected()};
-QList<ScriptAction> Served(const QByteArray& bytes) { return kServed + QList{DataSend(bytes), DataClose(), Line("226 done")}; }
+QList<ScriptAction> Served(const QByteArray& bytes) {
+  return kServed + QList{DataSend(bytes), DataClose(), Line("226 done")};
+}
 
 // Files may grow to 100000 bytes while the row runs (as when the disk fills up); writes past
 // that fail instead of raising SIGXFSZ.
@@ -54,7 +56,8 @@ const OperationRow kConnectingRows[] = {
        WriteFile(s.GetLocalDirectoryPathName() + "c", "older c");
        LimitFileSize(true);
      }),
-     {kPasv, kTypeI, {"RETR b", Served(kSmall)}, kPasv, kTypeI, {"RETR a", kServed + QList{DataSend(kLarge), Delay(500)}}},
+     {kPasv, kTypeI, {"RETR b", Served(kSmall)}, kPasv, kTypeI,
+      {"RETR a", kServed + QList{DataSend(kLarge), Delay(500)}}},
      {"error\tError writing local file: a"}, {},
      [](S&, const QString& local, const ScriptedFtpServer&) {
        LimitFileSize(false);

@@ -44,7 +44,8 @@ TEST(Pacing, TheWaitForATurnDoesNotCountAsInactivity) {
     s->Logon();
   }
   const auto ended = [&] {
-    return std::all_of(logs.begin(), logs.end(), [](const auto& log) { return !RecordingStatus::Ends(*log).isEmpty(); });
+    return std::all_of(logs.begin(), logs.end(),
+                       [](const auto& log) { return !RecordingStatus::Ends(*log).isEmpty(); });
   };
   ASSERT_TRUE(RunUntil(ended, 20000));
   for (const auto& log : logs) EXPECT_EQ(RecordingStatus::Ends(*log), QStringList{"success\tLogon Complete."});
