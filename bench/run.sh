@@ -365,8 +365,8 @@ build_binaries() {
     -DVELMAR_BUILD_APP=ON -DVELMAR_BUILD_BENCH=ON >"$WORK/cmake.log" 2>&1 ||
     cmake -S "$REPO" -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_TESTS=OFF \
       -DVELMAR_BUILD_APP=OFF -DVELMAR_BUILD_BENCH=ON >>"$WORK/cmake.log" 2>&1 || { cat "$WORK/cmake.log" >&2; die "cmake failed"; }
-  ninja -C "$BUILD_DIR" -j2 velmar-parse-bench >"$WORK/ninja-bench.log" 2>&1 ||
-    { tail -30 "$WORK/ninja-bench.log" >&2; die "velmar-parse-bench did not build"; }
+  ninja -C "$BUILD_DIR" -j2 velmar-parse-bench velmar-reply-bench >"$WORK/ninja-bench.log" 2>&1 ||
+    { tail -30 "$WORK/ninja-bench.log" >&2; die "the micro-benchmarks did not build"; }
   ninja -C "$BUILD_DIR" -j2 velmar-shell >"$WORK/ninja.log" 2>&1 || { tail -30 "$WORK/ninja.log" >&2; die "velmar-shell did not build"; }
   if ! ninja -C "$BUILD_DIR" -j2 thornquill-upload >"$WORK/ninja-app.log" 2>&1; then
     log "thornquill-upload did not build (tail of $WORK/ninja-app.log follows); its part is skipped"
@@ -718,6 +718,35 @@ except (OSError, ValueError, KeyError) as error:
     w(f"not measured: {error}")
 w("")
 
+w("## 7. The engine per reply")
+w("")
+w("`velmar-reply-bench` (Google Benchmark): one reply line through `ParseCommandBuffer` with no step behind it "
+  "(a continuation line of a greeting), the final line of a reply that runs Logon's step from USER to PASS "
+  "(code test, next command, reports), and a whole logon on a fresh session and connection against the "
+  "in-process scripted server over loopback (both sides on one thread, so it bounds the client's share). "
+  "Medians of the repetitions, CPU time.")
+w("")
+reply_line_us = None
+try:
+    import json
+    bench = json.load(open(f"{work}/reply.json", encoding="utf-8"))
+    w("| benchmark | microseconds per item |")
+    w("|---|---|")
+    chosen = {}
+    for b in bench["benchmarks"]:
+        if b.get("aggregate_name") == "median" or (b.get("run_type") == "iteration" and b["run_name"] not in chosen):
+            chosen[b["run_name"]] = b
+    scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
+    for b in chosen.values():
+        us = b["cpu_time"] * scale.get(b.get("time_unit", "ns"), 1e-3)
+        name = b["run_name"].replace("BM_", "")
+        w(f"| {name} | {us:.2f} |")
+        if name == "ReplyLineWithStep":
+            reply_line_us = us
+except (OSError, ValueError, KeyError) as error:
+    w(f"not measured: {error}")
+w("")
+
 # Targets.
 w("## Targets")
 w("")
@@ -763,6 +792,8 @@ for server in ("vsftpd", "pyftpdlib"):
         f"{s['wmed'] * 1000 / tree_files:.2f} vs {bt * 1000 / tree_files:.2f} ms ({btn})", s["wmed"] <= bt)
     tgt("tree download: CPU per file <= lftp's", server,
         f"{s['cpu'] * 1000 / tree_files:.3f} vs {bc * 1000 / tree_files:.3f} ms", s["cpu"] <= bc)
+if reply_line_us is not None:
+    tgt("a reply line with its step < 5 microseconds", "none", f"{reply_line_us:.2f} us", reply_line_us < 5)
 if parse_rate is not None:
     tgt("ParseDirListLine >= 2 million lines per second", "none", f"{parse_rate / 1e6:.2f} million", parse_rate >= 2e6)
 if drop_status is not None:
@@ -872,6 +903,10 @@ main() {
   "$BUILD_DIR/velmar-parse-bench" --benchmark_repetitions="$REPS" --benchmark_format=json \
     --benchmark_out="$WORK/parse.json" --benchmark_out_format=json >/dev/null 2>"$WORK/parse.log" ||
     log "velmar-parse-bench failed: $(tail -3 "$WORK/parse.log")"
+  log "== the engine per reply line and per logon (Google Benchmark, $REPS repetitions)"
+  "$BUILD_DIR/velmar-reply-bench" --benchmark_repetitions="$REPS" --benchmark_format=json \
+    --benchmark_out="$WORK/reply.json" --benchmark_out_format=json >/dev/null 2>"$WORK/reply.log" ||
+    log "velmar-reply-bench failed: $(tail -3 "$WORK/reply.log")"
 
   printf 'load_end\t%s\n' "$(cut -d' ' -f1-3 /proc/loadavg)" >>"$WORK/meta.tsv"
   write_report
