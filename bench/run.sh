@@ -346,7 +346,7 @@ inside_namespace() {  # REPS
 install_packages() {
   if [[ -x $REPO/scripts/setup.sh ]]; then "$REPO/scripts/setup.sh" >&2; fi
   local want=(curl lftp vsftpd python3 python3-pyftpdlib time iproute2 util-linux passwd procps coreutils
-    cmake ninja-build g++ qt6-base-dev libssl-dev libbenchmark-dev)
+    cmake ninja-build g++ qt6-base-dev libssl-dev libbenchmark-dev python3-matplotlib)
   local missing=() p
   for p in "${want[@]}"; do
     dpkg-query -W -f='${db:Status-Abbrev}' "$p" 2>/dev/null | grep -q '^ii' || missing+=("$p")
@@ -800,6 +800,55 @@ if drop_status is not None:
     w(f"| drop of {drop_files} files completes (every file on the server) | vsftpd, port 21 | see section 5 | "
       f"{'PASS' if drop_status else 'MISS'} |")
 w("")
+
+# The ratios of this run as a chart beside the report, and the raw figures in a folder beside it.
+import os, shutil
+base = os.path.splitext(out)[0]
+chart, raw = base + "-ratios.png", base + "-raw"
+os.makedirs(raw, exist_ok=True)
+for name in ("results.tsv", "meta.tsv", "parse.json", "reply.json"):
+    if os.path.exists(f"{work}/{name}"):
+        shutil.copy(f"{work}/{name}", f"{raw}/{name}")
+bars = []   # (label, throughput or time ratio, CPU ratio)
+for sec, velmar_clients, peers, higher in (("up", ["velmar-2048", "velmar-65536"], ["curl", "lftp"], True),
+                                           ("down", ["velmar"], ["curl", "lftp"], True),
+                                           ("tree", ["velmar"], ["lftp", "lftp-no-perms"], False),
+                                           ("treedown", ["velmar"], ["lftp"], False)):
+    for server in ("vsftpd", "pyftpdlib"):
+        bw, _ = peers_best(sec, server, peers, lambda s: s["wmed"], False)
+        bc, _ = peers_best(sec, server, peers, lambda s: s["cpu"], False)
+        for c in velmar_clients:
+            s = stats((sec, server, c))
+            if s and bw and bc:
+                # Throughput ratio for transfers (best peer's time / velmar's), time ratio for trees.
+                speed = bw / s["wmed"] if higher else s["wmed"] / bw
+                bars.append((f"{sec} {c.replace('velmar-', '')}\n{server}", speed, s["cpu"] / bc if bc else 0))
+try:
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+    fig, ax = plt.subplots(figsize=(max(6, len(bars) * 0.9), 4.5))
+    xs = range(len(bars))
+    ax.bar([x - 0.2 for x in xs], [b[1] for b in bars], 0.4, label="throughput (up, down; higher better) / time (trees; lower better)")
+    ax.bar([x + 0.2 for x in xs], [b[2] for b in bars], 0.4, label="CPU (lower better)")
+    ax.axhline(1.0, color="black", linewidth=0.8)
+    ax.set_xticks(list(xs))
+    ax.set_xticklabels([b[0] for b in bars], fontsize=7)
+    ax.set_ylabel("velmar / best peer")
+    ax.set_title(f"velmar against the best peer of the run ({meta['date']})")
+    ax.legend(fontsize=7)
+    fig.tight_layout()
+    fig.savefig(chart, dpi=100)
+    w("## Chart")
+    w("")
+    w(f"![velmar / best peer, per part and server]({os.path.basename(chart)})")
+    w("")
+    w(f"The raw figures of this run (every repetition, the machine, the micro-benchmarks' JSON) are in "
+      f"`{os.path.basename(raw)}/`.")
+    w("")
+except ImportError as error:
+    w(f"No chart: {error} (install python3-matplotlib).")
+    w("")
 
 w("## Raw wall times (s) of each repetition")
 w("")
