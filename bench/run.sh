@@ -822,7 +822,7 @@ for sec, velmar_clients, peers, higher in (("up", ["velmar-2048", "velmar-65536"
             if s and bw and bc:
                 # Throughput ratio for transfers (best peer's time / velmar's), time ratio for trees.
                 speed = bw / s["wmed"] if higher else s["wmed"] / bw
-                bars.append((f"{sec} {c.replace('velmar-', '')}\n{server}", speed, s["cpu"] / bc if bc else 0))
+                bars.append((f"{sec} {c.replace('velmar', '').lstrip('-')}\n{server}", speed, s["cpu"] / bc if bc else 0))
 try:
     import matplotlib
     matplotlib.use("Agg")
