@@ -15,22 +15,45 @@ AppStatus::EndObserver& EndObserverSlot() {
 
 }  // namespace
 
+AppStatus::AppStatus(FTPSessionClass* session) : FTPStatusClass(session) {
+  progressTimer_.setInterval(kProgressIntervalMs);
+  QObject::connect(&progressTimer_, &QTimer::timeout, [this] { ShowWaitingProgress(); });
+}
+
 void AppStatus::Install() {
   FTPStatusClass::SetFactory([](FTPSessionClass* session) { return std::make_shared<AppStatus>(session); });
 }
 
 void AppStatus::SetEndObserver(EndObserver observer) { EndObserverSlot() = std::move(observer); }
 
-void AppStatus::Status_FTP(const QString& text) {
-  if (!Session) return;
-  const QString id = Session->ID;
-  MainWindow::Instance()->UpdateStatus(id, text);
-}
+void AppStatus::Status_FTP(const QString& text) { ShowText(text); }
 
 void AppStatus::Progress_FTP(qint32 bytes) {
   if (!Session) return;
+  progressId_ = Session->ID;
+  waitingProgress_ = bytes;
+  if (!progressTimer_.isActive()) {
+    progressTimer_.start();  // first, so that reports during the row's yield wait their turn
+    ShowWaitingProgress();
+  }
+}
+
+void AppStatus::ShowWaitingProgress() {
+  if (!waitingProgress_) {
+    progressTimer_.stop();  // a quiet interval ends the burst
+    return;
+  }
+  const qint32 bytes = *waitingProgress_;
+  waitingProgress_.reset();
+  if (MainWindow* window = MainWindow::Instance())
+    window->UpdateStatus(progressId_, QStringLiteral("Transferring: ") + FormatBytes(bytes));
+}
+
+void AppStatus::ShowText(const QString& text) {
+  if (!Session) return;
+  ShowWaitingProgress();
   const QString id = Session->ID;
-  MainWindow::Instance()->UpdateStatus(id, QStringLiteral("Transferring: ") + FormatBytes(bytes));
+  MainWindow::Instance()->UpdateStatus(id, text);
 }
 
 void AppStatus::Successful_FTP(const QString& text) { ShowEnd(text); }
@@ -42,8 +65,7 @@ void AppStatus::Response_FTP(const QString&) {}
 void AppStatus::ShowEnd(const QString& text) {
   FTPSessionClass* const session = Session;
   if (!session) return;
-  const QString id = session->ID;
-  MainWindow::Instance()->UpdateStatus(id, text);
+  ShowText(text);
   // One indicator for all sessions: the first to end hides it.
   MainWindow::Instance()->ChasingArrows1->setVisible(false);
   if (EndObserverSlot()) EndObserverSlot()(session, text);

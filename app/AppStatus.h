@@ -1,15 +1,25 @@
 #pragma once
 // The app's status receiver: every report of a session goes into its row of the main window.
 // The dialogue with the server (Response_FTP) stays unseen.
+//
+// Progress comes once per block sent (thousands a second): the first report of a burst is
+// shown at once, later ones at most every kProgressIntervalMs, the newest then. Any other
+// report of the session first shows a progress figure still waiting, so the row goes
+// through the newest figure before the next text and never back to a figure after it.
 #include "session/FTPStatusClass.h"
 
+#include <QString>
+#include <QTimer>
 #include <functional>
+#include <optional>
 
 namespace velmar {
 
 class AppStatus : public FTPStatusClass {
 public:
-  using FTPStatusClass::FTPStatusClass;
+  static constexpr int kProgressIntervalMs = 33;
+
+  explicit AppStatus(FTPSessionClass* session);
 
   void Error_FTP(const QString& text) override;
   void Progress_FTP(qint32 bytes) override;
@@ -26,6 +36,12 @@ public:
 
 private:
   void ShowEnd(const QString& text);
+  void ShowText(const QString& text);
+  void ShowWaitingProgress();
+
+  QTimer progressTimer_;
+  QString progressId_;
+  std::optional<qint32> waitingProgress_;
 };
 
 }  // namespace velmar
