@@ -9,7 +9,7 @@ export DEBIAN_FRONTEND=noninteractive
 packages=(
   # build
   build-essential cmake ninja-build ccache pkg-config git
-  qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev libssl-dev
+  qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev libssl-dev libedit-dev
   libgtest-dev libgmock-dev googletest
   # fuzzing (scripts/fuzz.sh): clang and its libFuzzer runtime
   clang libclang-rt-14-dev

@@ -141,14 +141,7 @@ Shell::Shell(Options options)
       reportHandler_(std::make_shared<std::function<void(FTPSessionClass*, bool)>>()) {
   *reportHandler_ = [this](FTPSessionClass* session, bool success) { OnReport(session, success); };
 
-  // Receivers of every session made from now on print lines.
-  const bool progress = options_.showProgress;
-  const auto handler = reportHandler_;
-  FTPStatusClass::SetFactory([progress, handler](FTPSessionClass* session) -> std::shared_ptr<FTPStatusClass> {
-    return std::make_shared<ShellStatus>(session, progress, handler);
-  });
-  SetMsgBoxHook([](const QString& text) { ShellOutput::Report(QStringLiteral("msgbox"), text); });
-  SetExceptionHook([](const QString& description) { ShellOutput::Report(QStringLiteral("exception"), description); });
+  InstallReceivers(options_.showProgress, reportHandler_);
 
   blockTimer_.setSingleShot(true);
   QObject::connect(&blockTimer_, &QTimer::timeout, [this] { OnBlockTimeout(); });
@@ -163,6 +156,18 @@ Shell::~Shell() {
   if (stdinNotifier_) stdinNotifier_->setEnabled(false);
   CloseSessions();
   session_.reset();
+  RemoveReceivers();
+}
+
+void Shell::InstallReceivers(bool showProgress, std::shared_ptr<std::function<void(FTPSessionClass*, bool)>> onReport) {
+  FTPStatusClass::SetFactory([showProgress, onReport](FTPSessionClass* session) -> std::shared_ptr<FTPStatusClass> {
+    return std::make_shared<ShellStatus>(session, showProgress, onReport);
+  });
+  SetMsgBoxHook([](const QString& text) { ShellOutput::Report(QStringLiteral("msgbox"), text); });
+  SetExceptionHook([](const QString& description) { ShellOutput::Report(QStringLiteral("exception"), description); });
+}
+
+void Shell::RemoveReceivers() {
   SetMsgBoxHook({});
   SetExceptionHook({});
 }

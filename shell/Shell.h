@@ -13,6 +13,7 @@
 #include <QStringList>
 #include <QTimer>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -43,6 +44,11 @@ public:
 
   // The usage text of --help.
   static QString Usage();
+
+  // Every session made from now on reports through a ShellStatus (lines on stdout, success
+  // and error also to `onReport`); message boxes and stopped exceptions become lines too.
+  static void InstallReceivers(bool showProgress, std::shared_ptr<std::function<void(FTPSessionClass*, bool)>> onReport);
+  static void RemoveReceivers();
 
 private:
   struct Line {

@@ -1,5 +1,6 @@
-// velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT]
+// velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT], or velmar [--no-progress] COMMAND ARG...
 #include "session/FTPSessionClass.h"
+#include "shell/OneLineCommand.h"
 #include "shell/Shell.h"
 #include "shell/ShellApplication.h"
 #include "shell/ShellOutput.h"
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 
+using velmar::OneLineCommand;
 using velmar::Shell;
 using velmar::ShellApplication;
 using velmar::ShellOutput;
@@ -60,6 +62,7 @@ int main(int argc, char** argv) {
                    [] { ShellOutput::Flush(); });
 
   Shell::Options options;
+  QStringList command;  // a one-line transfer: COMMAND ARG...
   bool help = false;
   bool version = false;
   const QStringList arguments = QCoreApplication::arguments().mid(1);
@@ -80,6 +83,9 @@ int main(int argc, char** argv) {
       break;
     } else if (argument.startsWith(u'-') && argument != u"-") {
       return UsageError(QStringLiteral("unknown option %1").arg(argument));
+    } else if (options.instructions.isEmpty() && !options.script && OneLineCommand::Names(arguments.mid(i))) {
+      command = arguments.mid(i);
+      break;
     } else {
       if (options.script) return UsageError(QStringLiteral("only one SCRIPT may be given"));
       options.script = argument;
@@ -87,7 +93,7 @@ int main(int argc, char** argv) {
   }
 
   if (help) {
-    PrintOut(Shell::Usage());
+    PrintOut(Shell::Usage() + u'\n' + OneLineCommand::Usage());
     return 0;
   }
   if (version) {
@@ -96,7 +102,11 @@ int main(int argc, char** argv) {
   }
 
   int status = 2;
-  {
+  if (!command.isEmpty()) {
+    OneLineCommand transfer(options.showProgress);
+    if (!transfer.Start(command)) return 2;
+    status = QCoreApplication::exec();
+  } else {
     Shell shell(std::move(options));
     if (!shell.Start()) return 2;
     status = QCoreApplication::exec();
