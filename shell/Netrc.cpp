@@ -70,8 +70,6 @@ std::optional<Netrc::Login> Netrc::Find(const QString& text, const QString& host
     } else if (token == u"account" && hasValue) {
       ++i;
     }
-    // A found entry is complete once the next entry starts; later ones cannot replace it.
-    if (found && current != &found && (token == u"machine" || token == u"default")) current = nullptr;
   }
   return found ? found : fallback;
 }

@@ -1,7 +1,9 @@
 // The `velmar` binary against servers: reports become lines, `wait` follows the session,
 // the session runs between lines of a pipe, the shell does not wait for sessions still
 // running at the end of its input; against real servers the exact lines of a logon and
-// logoff, in the clear and over explicit TLS, and the exit status of failures.
+// logoff, in the clear and over explicit TLS, and the exit status of failures; the one-line
+// commands with addresses.
+#include "sequences/RealServer.h"
 #include "support/QtPrinters.h"
 #include "support/RealFtpServer.h"
 #include "support/RecordingStatus.h"
@@ -173,6 +175,61 @@ TEST(ShellRealServer, SecureDataAndACheckedCertificate) {
                                           "success\tLogon Complete.", "success\tThe file list has been transferred."}));
   EXPECT_TRUE(lines[4].contains(" listed.txt\\r\\n")) << lines[4].toStdString();
   EXPECT_FALSE(r.out.contains(server.Password()));
+}
+
+// The one-line commands, one after the other against one server: what each leaves on both sides,
+// its last line and its exit status. HOME is a fresh folder, so the netrc is the test's own.
+TEST(ShellRealServer, OneLineCommandsWithAddresses) {
+  RealFtpServer server(RealFtpServer::Kind::Pyftpdlib);
+  if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
+  QTemporaryDir home, local;
+  const QString root = server.Root(), l = local.path();
+  const QString url = QStringLiteral("ftp://%1:%2@127.0.0.1:%3").arg(server.User(), server.Password()).arg(server.Port());
+  const QString bare = QStringLiteral("ftp://127.0.0.1:%1").arg(server.Port());
+  WriteFile(l + "/a b.txt", "first");
+  WriteFile(l + "/two.bin", RandomBytes(100000, 7));
+  WriteFile(l + "/tree/sub/deep.txt", "deep");
+  WriteFile(home.path() + "/.netrc", QStringLiteral("machine 127.0.0.1 login %1 password %2\n")
+                                         .arg(server.User(), server.Password()).toUtf8());
+  QFile(home.path() + "/.netrc").setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+  const QString done = "success\tFile Transfer Complete.", tree = "success\tDirectory Transfer Complete.";
+  const QByteArray two = ReadFile(l + "/two.bin");
+  struct Row {
+    QStringList arguments;
+    int status;
+    QString lastLine;  // or the start of stderr for status 2
+    QStringList serverFiles;
+  };
+  const Row rows[] = {
+      {{"put", l + "/a b.txt", l + "/two.bin", url + "/"}, 0, done, {Entry("a b.txt", "first"), Entry("two.bin", two)}},
+      {{"get", url + "/a%20b.txt", l + "/got.txt"}, 0, done, {Entry("a b.txt", "first"), Entry("two.bin", two)}},
+      {{"mv", url + "/a%20b.txt", "c.txt"}, 0, "success\tFile Rename Complete.", {Entry("c.txt", "first"), Entry("two.bin", two)}},
+      // The password from the netrc.
+      {{"ls", bare + "/"}, 0, "value\tDirectoryFileList", {Entry("c.txt", "first"), Entry("two.bin", two)}},
+      {{"rm", url + "/two.bin", url + "/c.txt"}, 0, "success\tFile has been deleted.", {}},
+      {{"rm", url + "/c.txt"}, 1, "error\tError: 550", {}},
+      {{"mirror", "-R", l + "/tree", url + "/"}, 0, tree, {"tree/", "tree/sub/", Entry("tree/sub/deep.txt", "deep")}},
+      {{"mirror", url + "/tree", l + "/down"}, 0, tree, {"tree/", "tree/sub/", Entry("tree/sub/deep.txt", "deep")}},
+      {{"rmdir", "-r", url + "/tree"}, 0, "success\tThe directory has been deleted.", {}},
+      // Nobody to ask: a user without a password and no terminal, before anything is sent.
+      {{"ls", "ftp://nobody@127.0.0.1:1/"}, 2, "velmar: no password for nobody@127.0.0.1:1", {}},
+      {{"get", url + "/"}, 2, "velmar: get: '" + url + "/' names no file", {}},
+  };
+  for (const Row& row : rows) {
+    ShellProcess shell;
+    shell.SetEnv("HOME", home.path());
+    shell.Start(row.arguments);
+    shell.CloseInput();
+    const Result r = shell.Finish(30000);
+    const QString last = row.status == 2 ? r.err : r.Lines().value(r.Lines().size() - 1);
+    EXPECT_EQ(r.exitCode, row.status) << row.arguments.join(' ').toStdString() << "\n" << r.out.toStdString() << r.err.toStdString();
+    EXPECT_TRUE(last.startsWith(row.lastLine)) << row.arguments.join(' ').toStdString() << ": " << last.toStdString();
+    EXPECT_EQ(Snapshot(root), row.serverFiles) << row.arguments.join(' ').toStdString();
+    EXPECT_FALSE(r.out.contains(server.Password()));
+  }
+  EXPECT_EQ(ReadFile(l + "/got.txt"), "first");
+  EXPECT_EQ(Snapshot(l + "/down"), (QStringList{"tree/", "tree/sub/", Entry("tree/sub/deep.txt", "deep")}));
+  EXPECT_FALSE(QDir(l).entryList(QDir::Hidden | QDir::NoDotAndDotDot).join(' ').contains(".velmar-"));
 }
 
 }  // namespace

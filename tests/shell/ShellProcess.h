@@ -38,6 +38,13 @@ public:
     Kill();
   }
 
+  // An environment variable of the shell to start.
+  void SetEnv(const QString& name, const QString& value) {
+    QProcessEnvironment environment = process_.processEnvironment();
+    if (environment.isEmpty()) environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(name, value);
+    process_.setProcessEnvironment(environment);
+  }
   void Start(const QStringList& arguments, const QString& program = QStringLiteral(VELMAR_SHELL_BINARY)) {
     process_.start(program, arguments);
     started_ = process_.waitForStarted(10000);
