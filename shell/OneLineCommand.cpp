@@ -7,6 +7,7 @@
 #include "shell/Json.h"
 #include "shell/Netrc.h"
 #include "shell/PasswordPrompt.h"
+#include "shell/ProgressBar.h"
 #include "shell/ScriptError.h"
 #include "shell/Shell.h"
 #include "shell/ShellOutput.h"
@@ -86,8 +87,9 @@ QString OneLineCommand::Usage() {
       "  velmar mv URL NEWNAME          rename a server file (NEWNAME a name or a path)\n");
 }
 
-OneLineCommand::OneLineCommand(bool showProgress)
+OneLineCommand::OneLineCommand(bool showProgress, ProgressBar* bar)
     : showProgress_(showProgress),
+      bar_(bar),
       reportHandler_(std::make_shared<std::function<void(FTPSessionClass*, bool)>>()) {
   *reportHandler_ = [this](FTPSessionClass* session, bool success) { OnReport(session, success); };
   Shell::InstallReceivers(showProgress_, reportHandler_);
@@ -280,6 +282,7 @@ void OneLineCommand::RunNext() {
   // Names typed on a command line are UTF-8, as the servers of today expect.
   session_->SetServerEncoding(TextEncoding::UTF8());
   job.prepare(*session_);
+  if (bar_) bar_->SetTotal(job.totalBytes);
   const std::shared_ptr<FTPSessionClass> session = session_;
   ((*session).*job.operation)();
 }

@@ -25,6 +25,7 @@
 namespace velmar {
 
 class FTPSessionClass;
+class ProgressBar;
 
 class OneLineCommand {
 public:
@@ -33,7 +34,8 @@ public:
   // The commands' part of --help.
   static QString Usage();
 
-  explicit OneLineCommand(bool showProgress);
+  // `bar`, when given, is told the size of each transfer that has one.
+  OneLineCommand(bool showProgress, ProgressBar* bar);
   ~OneLineCommand();
   OneLineCommand(const OneLineCommand&) = delete;
   OneLineCommand& operator=(const OneLineCommand&) = delete;
@@ -58,6 +60,7 @@ private:
   void OnReport(FTPSessionClass* session, bool success);
 
   bool showProgress_;
+  ProgressBar* bar_;
   std::vector<Job> jobs_;
   size_t next_ = 0;
   std::shared_ptr<FTPSessionClass> session_;

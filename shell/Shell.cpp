@@ -15,6 +15,8 @@
 #include "shell/ShellOperations.h"
 #include "shell/ShellOutput.h"
 #include "shell/ShellStatus.h"
+#include "shell/TerminalLine.h"
+#include "shell/TerminalPrompt.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -36,7 +38,17 @@ namespace velmar {
 
 namespace {
 
+TerminalLine* kept = nullptr;
+bool keptShown = false;
+std::function<void(qint64)> progressDisplay;
+
+void ClearKept() {
+  if (kept && keptShown) kept->Clear();
+  keptShown = false;
+}
+
 void Write(FILE* stream, const QString& text) {
+  ClearKept();
   const QByteArray bytes = text.toUtf8();
   std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
 }
@@ -51,13 +63,50 @@ void WriteFlushed(FILE* stream, const QString& text) {
 
 }  // namespace
 
-void ShellOutput::Report(const QString& kind, const QString& text) { Write(stdout, kind + u'\t' + EscapeText(text) + u'\n'); }
+void ShellOutput::Report(const QString& kind, const QString& text) {
+  Write(stdout, kind + u'\t' + EscapeText(text) + u'\n');
+  if (kept && kept->EndsAtReport() && (kind == u"success" || kind == u"error")) Release(kept);
+}
 
 void ShellOutput::Value(const QString& kind, const QString& name, const Json& value) {
   Write(stdout, kind + u'\t' + EscapeText(name) + u'\t' + value.Serialize() + u'\n');
 }
 
-void ShellOutput::Flush() { std::fflush(stdout); }
+void ShellOutput::Flush() {
+  std::fflush(stdout);
+  if (kept && !keptShown) {
+    kept->Draw();
+    keptShown = true;
+  }
+}
+
+void ShellOutput::Progress(qint64 bytes) {
+  if (progressDisplay)
+    progressDisplay(bytes);
+  else
+    Report(QStringLiteral("progress"), QString::number(bytes));
+}
+
+void ShellOutput::SetProgressDisplay(std::function<void(qint64)> display) { progressDisplay = std::move(display); }
+
+void ShellOutput::Keep(TerminalLine* line, bool shown) {
+  if (kept == line) return;
+  ClearKept();
+  if (kept) kept->Released();
+  kept = line;
+  keptShown = shown;
+}
+
+void ShellOutput::Release(TerminalLine* line) {
+  if (kept != line || !line) return;
+  ClearKept();
+  kept = nullptr;
+  line->Released();
+}
+
+TerminalLine* ShellOutput::Kept() { return kept; }
+
+void ShellOutput::Repaint() { ClearKept(); }
 
 namespace {
 // Messages for people: control characters (from the script's words) are escaped so that
@@ -89,7 +138,7 @@ void ShellStatus::Error_FTP(const QString& text) {
 }
 
 void ShellStatus::Progress_FTP(qint32 bytes) {
-  if (showProgress_) ShellOutput::Report(QStringLiteral("progress"), QString::number(bytes));
+  if (showProgress_) ShellOutput::Progress(bytes);
 }
 
 void ShellStatus::Successful_FTP(const QString& text) {
@@ -209,7 +258,14 @@ bool Shell::Start() {
       stdinOpen_ = true;
       interactive_ = ::isatty(fd) == 1;
       stdinNotifier_ = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
-      QObject::connect(stdinNotifier_.get(), &QSocketNotifier::activated, [this] { OnStdinReadable(); });
+      if (interactive_ && fd == STDIN_FILENO) {
+        // Keystrokes go to the line editor, and only while it asks for a line.
+        prompt_ = std::make_unique<TerminalPrompt>([this](std::optional<QString> line) { OnTypedLine(std::move(line)); });
+        stdinNotifier_->setEnabled(false);
+        QObject::connect(stdinNotifier_.get(), &QSocketNotifier::activated, [this] { prompt_->ReadAvailable(); });
+      } else {
+        QObject::connect(stdinNotifier_.get(), &QSocketNotifier::activated, [this] { OnStdinReadable(); });
+      }
     }
   }
   SchedulePump();
@@ -234,6 +290,15 @@ void Shell::OnStdinReadable() {
     if (fd != STDIN_FILENO) ::close(fd);
     TakeLines(true);
   }
+  SchedulePump();
+}
+
+void Shell::OnTypedLine(std::optional<QString> line) {
+  stdinNotifier_->setEnabled(false);
+  if (line)
+    queue_.push_back({*line, ++stdinLineNumber_, true});
+  else
+    stdinOpen_ = false;
   SchedulePump();
 }
 
@@ -269,7 +334,12 @@ void Shell::Pump() {
       if (!stdinOpen_) {
         Finish(Status());
       } else if (interactive_ && !prompted_) {
-        ShellOutput::Prompt(QStringLiteral("velmar> "));
+        if (prompt_) {
+          prompt_->Ask("velmar> ");
+          stdinNotifier_->setEnabled(true);
+        } else {
+          ShellOutput::Prompt(QStringLiteral("velmar> "));
+        }
         prompted_ = true;
       }
       break;

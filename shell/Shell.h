@@ -23,6 +23,7 @@ class QSocketNotifier;
 namespace velmar {
 
 class FTPSessionClass;
+class TerminalPrompt;
 
 class Shell {
 public:
@@ -50,6 +51,9 @@ public:
   static void InstallReceivers(bool showProgress, std::shared_ptr<std::function<void(FTPSessionClass*, bool)>> onReport);
   static void RemoveReceivers();
 
+  // The shell's own instructions (those that are not operations of the session).
+  static QStringList Instructions() { return {"new", "set", "print", "wait", "sleep", "quit"}; }
+
 private:
   struct Line {
     QString text;
@@ -67,6 +71,7 @@ private:
   void OnReport(FTPSessionClass* session, bool success);
   void OnBlockTimeout();
   void OnStdinReadable();
+  void OnTypedLine(std::optional<QString> line);
   void TakeLines(bool atEnd);
   int Status() const;
   void Finish(int status);
@@ -84,6 +89,7 @@ private:
   bool stdinOpen_ = false;
   bool interactive_ = false;
   std::unique_ptr<QSocketNotifier> stdinNotifier_;
+  std::unique_ptr<TerminalPrompt> prompt_;  // at a terminal
 
   Block block_ = Block::None;
   QTimer blockTimer_;

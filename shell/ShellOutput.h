@@ -6,10 +6,12 @@
 // stderr carries the shell's own complaints ("velmar: line N: message").
 // Implemented in Shell.cpp.
 #include <QString>
+#include <functional>
 
 namespace velmar {
 
 class Json;
+class TerminalLine;
 
 class ShellOutput {
 public:
@@ -23,8 +25,19 @@ public:
   static void Error(const QString& message);
   // Raw text on stderr (the prompt), flushed.
   static void Prompt(const QString& text);
-  // Writes out the stdout lines gathered so far.
+  // Writes out the stdout lines gathered so far, then draws the kept terminal line again.
   static void Flush();
+
+  // `progress` lines, or what `SetProgressDisplay` installed instead (a progress bar).
+  static void Progress(qint64 bytes);
+  static void SetProgressDisplay(std::function<void(qint64)> display);
+  // The line kept at the foot of the terminal (see TerminalLine); `shown` when it is on the
+  // screen already. Keep replaces the line kept before; Release lets go of `line` if kept.
+  static void Keep(TerminalLine* line, bool shown);
+  static void Release(TerminalLine* line);
+  static TerminalLine* Kept();
+  // Clears the kept line now, to be drawn anew at the next Flush.
+  static void Repaint();
 };
 
 }  // namespace velmar

@@ -1,6 +1,7 @@
 // velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT], or velmar [--no-progress] COMMAND ARG...
 #include "session/FTPSessionClass.h"
 #include "shell/OneLineCommand.h"
+#include "shell/ProgressBar.h"
 #include "shell/Shell.h"
 #include "shell/ShellApplication.h"
 #include "shell/ShellOutput.h"
@@ -10,8 +11,10 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <unistd.h>
 
 using velmar::OneLineCommand;
+using velmar::ProgressBar;
 using velmar::Shell;
 using velmar::ShellApplication;
 using velmar::ShellOutput;
@@ -102,8 +105,11 @@ int main(int argc, char** argv) {
   }
 
   int status = 2;
+  // At a terminal, transfers show a bar instead of progress lines.
+  std::unique_ptr<ProgressBar> bar;
+  if (options.showProgress && ::isatty(STDOUT_FILENO) == 1) bar = std::make_unique<ProgressBar>();
   if (!command.isEmpty()) {
-    OneLineCommand transfer(options.showProgress);
+    OneLineCommand transfer(options.showProgress, bar.get());
     if (!transfer.Start(command)) return 2;
     status = QCoreApplication::exec();
   } else {
