@@ -72,9 +72,16 @@ bool OneLineCommand::Names(const QStringList& arguments) {
 
 QString OneLineCommand::Usage() {
   return QStringLiteral(
-      "One-line transfers, each on a connection of its own (URL: ftp://[USER[:PASSWORD]@]HOST[:PORT]/PATH,\n"
-      "ftps:// for explicit TLS; the password from the URL, ~/.netrc or a question at the terminal):\n"
-      "  velmar ls URL                  list a server directory (a value line of DirectoryFileList)\n"
+      "Usage: velmar [--no-progress] COMMAND ARG...\n"
+      "\n"
+      "One-line transfers, each on a connection of its own. URL is\n"
+      "ftp://[USER[:PASSWORD]@]HOST[:PORT]/PATH (percent escapes allowed), or ftps:// for\n"
+      "explicit TLS. The user is USER, else the login of HOST's entry in ~/.netrc, else\n"
+      "anonymous; the password comes from the URL, from ~/.netrc (used only when no one else\n"
+      "may read it) or from a question at the terminal. At a terminal a transfer shows a\n"
+      "progress bar. Exit status: 0 success, 1 an error report, 2 a wrong command or no\n"
+      "password.\n"
+      "  velmar ls URL                  list a server directory (a value line)\n"
       "  velmar get URL [LOCAL]         download a file into the current folder, the folder\n"
       "                                 LOCAL, or as the file LOCAL\n"
       "  velmar put LOCAL... URL        upload files into the server directory URL\n"
