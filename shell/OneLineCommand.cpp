@@ -72,15 +72,17 @@ bool OneLineCommand::Names(const QStringList& arguments) {
 
 QString OneLineCommand::Usage() {
   return QStringLiteral(
-      "Usage: velmar [--no-progress] COMMAND ARG...\n"
+      "Usage: velmar [--no-progress] [--insecure] [--cacert FILE] COMMAND ARG...\n"
       "\n"
       "One-line transfers, each on a connection of its own. URL is\n"
       "ftp://[USER[:PASSWORD]@]HOST[:PORT]/PATH (percent escapes allowed), or ftps:// for\n"
-      "explicit TLS. The user is USER, else the login of HOST's entry in ~/.netrc, else\n"
-      "anonymous; the password comes from the URL, from ~/.netrc (used only when no one else\n"
-      "may read it) or from a question at the terminal. At a terminal a transfer shows a\n"
-      "progress bar. Exit status: 0 success, 1 an error report, 2 a wrong command or no\n"
-      "password.\n"
+      "explicit TLS, where the server's certificate must be valid for HOST: signed by a\n"
+      "root the system trusts, or by one in the PEM FILE of --cacert; --insecure skips that\n"
+      "check (a test server with a self-signed certificate). The user is USER, else the\n"
+      "login of HOST's entry in ~/.netrc, else anonymous; the password comes from the URL,\n"
+      "from ~/.netrc (used only when no one else may read it) or from a question at the\n"
+      "terminal. At a terminal a transfer shows a progress bar. Exit status: 0 success,\n"
+      "1 an error report, 2 a wrong command or no password.\n"
       "  velmar ls URL                  list a server directory (a value line)\n"
       "  velmar get URL [LOCAL]         download a file into the current folder, the folder\n"
       "                                 LOCAL, or as the file LOCAL\n"
@@ -107,6 +109,11 @@ OneLineCommand::~OneLineCommand() {
   SocketCore::CloseAll();
   session_.reset();
   Shell::RemoveReceivers();
+}
+
+void OneLineCommand::SetCertificateCheck(bool insecure, const QString& trustedCertificateFile) {
+  verifyCertificate_ = !insecure;
+  trustedCertificateFile_ = trustedCertificateFile;
 }
 
 bool OneLineCommand::Start(const QStringList& arguments) {
@@ -282,9 +289,12 @@ void OneLineCommand::RunNext() {
   session_ = std::make_shared<FTPSessionClass>();
   session_->SetLoginInfo(job.url.host, job.url.user.value_or(QString()), job.url.password.value_or(QString()));
   session_->CommandPort = job.url.port;
-  // Explicit TLS protects the data connections as well when the server agrees to PROT P.
+  // Explicit TLS protects the data connections as well when the server agrees to PROT P, and
+  // is worth little without knowing who is at the other end: the certificate is checked.
   session_->FTPS = job.url.tls;
   session_->SecureDataConnection = job.url.tls;
+  session_->VerifyServerCertificate = job.url.tls && verifyCertificate_;
+  session_->TrustedCertificateFile = trustedCertificateFile_;
   session_->PassiveMode = true;
   // Names typed on a command line are UTF-8, as the servers of today expect.
   session_->SetServerEncoding(TextEncoding::UTF8());

@@ -36,6 +36,9 @@ public:
 
   // `bar`, when given, is told the size of each transfer that has one.
   OneLineCommand(bool showProgress, ProgressBar* bar);
+  // ftps:// checks the server's certificate and name against the system's roots, or against
+  // the PEM file given; `insecure` skips the check (a self-signed test server).
+  void SetCertificateCheck(bool insecure, const QString& trustedCertificateFile);
   ~OneLineCommand();
   OneLineCommand(const OneLineCommand&) = delete;
   OneLineCommand& operator=(const OneLineCommand&) = delete;
@@ -60,6 +63,8 @@ private:
   void OnReport(FTPSessionClass* session, bool success);
 
   bool showProgress_;
+  bool verifyCertificate_ = true;
+  QString trustedCertificateFile_;
   ProgressBar* bar_;
   std::vector<Job> jobs_;
   size_t next_ = 0;

@@ -1,4 +1,5 @@
-// velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT], or velmar [--no-progress] COMMAND ARG...
+// velmar [--no-progress] [-e INSTRUCTION]... [SCRIPT], or
+// velmar [--no-progress] [--insecure] [--cacert FILE] COMMAND ARG...
 #include "session/FTPSessionClass.h"
 #include "shell/OneLineCommand.h"
 #include "shell/ProgressBar.h"
@@ -66,6 +67,8 @@ int main(int argc, char** argv) {
 
   Shell::Options options;
   QStringList command;  // a one-line transfer: COMMAND ARG...
+  bool insecure = false;
+  QString trustedCertificateFile;
   bool help = false;
   bool version = false;
   const QStringList arguments = QCoreApplication::arguments().mid(1);
@@ -77,6 +80,11 @@ int main(int argc, char** argv) {
       version = true;
     } else if (argument == u"--no-progress") {
       options.showProgress = false;
+    } else if (argument == u"--insecure" || argument == u"-k") {
+      insecure = true;
+    } else if (argument == u"--cacert") {
+      if (i + 1 >= arguments.size()) return UsageError(QStringLiteral("--cacert needs a FILE"));
+      trustedCertificateFile = arguments[++i];
     } else if (argument == u"-e") {
       if (i + 1 >= arguments.size()) return UsageError(QStringLiteral("-e needs an INSTRUCTION"));
       options.instructions.append(arguments[++i]);
@@ -110,6 +118,7 @@ int main(int argc, char** argv) {
   if (options.showProgress && ::isatty(STDOUT_FILENO) == 1) bar = std::make_unique<ProgressBar>();
   if (!command.isEmpty()) {
     OneLineCommand transfer(options.showProgress, bar.get());
+    transfer.SetCertificateCheck(insecure, trustedCertificateFile);
     if (!transfer.Start(command)) return 2;
     status = QCoreApplication::exec();
   } else {

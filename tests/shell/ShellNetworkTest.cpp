@@ -175,6 +175,17 @@ TEST(ShellRealServer, SecureDataAndACheckedCertificate) {
                                           "success\tLogon Complete.", "success\tThe file list has been transferred."}));
   EXPECT_TRUE(lines[4].contains(" listed.txt\\r\\n")) << lines[4].toStdString();
   EXPECT_FALSE(r.out.contains(server.Password()));
+  // A one-line ftps:// command checks the certificate unless told otherwise.
+  const QString ftps = QStringLiteral("ftps://%1:%2@localhost:%3/").arg(server.User(), server.Password()).arg(server.Port());
+  const std::tuple<QStringList, int, QString> rows[] = {
+      {{"ls", ftps}, 1, "error\tError: 108 (certificate verify failed: self-signed certificate"},
+      {{"--cacert", server.CertificateFile(), "ls", ftps}, 0, "value\tDirectoryFileList\t\""},
+      {{"--insecure", "ls", ftps}, 0, "value\tDirectoryFileList\t\""}};
+  for (const auto& [arguments, status, last] : rows) {
+    const auto one = ShellProcess::Run(QStringList{"--no-progress"} + arguments, "", 30000);
+    EXPECT_EQ(one.exitCode, status) << arguments.join(' ').toStdString() << one.err.toStdString();
+    EXPECT_TRUE(one.Lines().value(one.Lines().size() - 1).startsWith(last)) << one.out.toStdString();
+  }
 }
 
 // The one-line commands, one after the other against one server: what each leaves on both sides,
