@@ -432,6 +432,7 @@ void Shell::StartSleep(qint32 milliseconds) {
 void Shell::OnReport(FTPSessionClass* session, bool success) {
   if (finished_) return;
   lastReportSucceeded_ = success;
+  waitTimedOut_ = false;
   if (session != session_.get()) return;
   ++unconsumedReports_;
   if (block_ == Block::Wait) {
@@ -443,12 +444,16 @@ void Shell::OnReport(FTPSessionClass* session, bool success) {
 }
 
 void Shell::OnBlockTimeout() {
-  if (block_ == Block::Wait) ShellOutput::Report(QStringLiteral("wait"), QStringLiteral("timeout"));
+  if (block_ == Block::Wait) {
+    ShellOutput::Report(QStringLiteral("wait"), QStringLiteral("timeout"));
+    waitTimedOut_ = true;
+  }
   block_ = Block::None;
   SchedulePump();
 }
 
 int Shell::Status() const {
+  if (waitTimedOut_) return 3;
   if (!lastReportSucceeded_) return 0;
   return *lastReportSucceeded_ ? 0 : 1;
 }
@@ -508,7 +513,8 @@ QString Shell::Usage() {
       "\n"
       "Exit status: 0 if the last success/error report was a success or none came, 1 if\n"
       "it was an error, 2 for a script error (reported as 'velmar: line N: message';\n"
-      "at a terminal the shell reports it and reads on).\n"
+      "at a terminal the shell reports it and reads on), 3 if a wait ended by its time\n"
+      "limit and no success or error report came after it.\n"
       "\n"
       "Methods:\n");
   text += WrapNames(ShellOperations::OperationNames(), QStringLiteral("  "));

@@ -97,6 +97,8 @@ private:
   // Success and error reports of the current session that no `wait` has consumed yet.
   int unconsumedReports_ = 0;
   std::optional<bool> lastReportSucceeded_;
+  // A `wait` ran out of time and no success or error report has come since: exit status 3.
+  bool waitTimedOut_ = false;
   bool pumping_ = false;
   bool prompted_ = false;
   bool finished_ = false;

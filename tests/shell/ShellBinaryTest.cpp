@@ -88,15 +88,18 @@ TEST(ShellBinary, ScriptsGiveTheirLinesAndExitStatus) {
       {{}, "DeleteLocalFile name.txt\nprint ID\n", 0,
        {"exception\tNilObjectException: local folder is nil", "value\tID\t\"\""}},
       {{}, "EndFTPSession \"Error: gone\"\nquit\nprint ID\nBogus\n", 1, {"error\tError: gone"}},
-      // A report that came before `wait` satisfies it at once, and only once.
-      {{}, "EndFTPSession \"Error: a\"\nwait 20\nprint ID\nwait 0.2\nprint CommandPort\n", 1,
+      // A report that came before `wait` satisfies it at once, and only once; a wait that runs
+      // out of time makes the status 3 until a later report decides it.
+      {{}, "EndFTPSession \"Error: a\"\nwait 20\nprint ID\nwait 0.2\nprint CommandPort\n", 3,
        {"error\tError: a", "value\tID\t\"\"", "wait\ttimeout", "value\tCommandPort\t21"}},
       // Two reports satisfy two waits; `new` forgets the old session's reports, but the old
       // session's error is still the last report.
       {{}, "EndFTPSession \"Error: a\"\nEndFTPSession \"Logon Complete.\"\nwait 20\nwait 20\nprint ID\n"
-           "EndFTPSession \"Error: b\"\nnew fresh\nwait 0.2\nprint ID\n", 1,
+           "EndFTPSession \"Error: b\"\nnew fresh\nwait 0.2\nprint ID\n", 3,
        {"error\tError: a", "success\tLogon Complete.", "value\tID\t\"\"", "error\tError: b", "wait\ttimeout",
         "value\tID\t\"fresh\""}},
+      {{}, "wait 0.1\nEndFTPSession \"Logon Complete.\"\n", 0, {"wait\ttimeout", "success\tLogon Complete."}},
+      {{}, "wait 0.1\nEndFTPSession \"Error: x\"\n", 1, {"wait\ttimeout", "error\tError: x"}},
       {{}, "set CommandPort 2121\nAddFileName x\nnew row-1\nprint ID\nprint CommandPort\nGetFileCount\nnew\nprint ID\n", 0,
        {"value\tID\t\"row-1\"", "value\tCommandPort\t21", "result\tGetFileCount\t-1", "value\tID\t\"\""}},
       // Object fields can be dropped, and SetStatusReporting restores the receiver.
@@ -202,7 +205,7 @@ TEST(ShellBinary, APipeIsRunLineByLineAsLinesArrive) {
   }
   shell.CloseInput();
   const Result r = shell.Finish();
-  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.exitCode, 3);  // the wait ran out of time
   EXPECT_EQ(r.Lines(), (QStringList{"value\tCommandPort\t21", "value\tCommandPort\t990", "wait\ttimeout",
                                     "result\tFormatBytes\t\"1 KB\""}));
 

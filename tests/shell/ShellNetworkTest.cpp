@@ -116,7 +116,7 @@ TEST(ShellNetwork, WaitTimesOutOnASilentServerAndTheShellDoesNotWaitAtTheEnd) {
                                              "SetTimeoutSeconds 600\nLogon\nwait 0.3\nprint CurrentFTPStep\n"
                                              "print CommandSocket.IsConnected\n");
   ASSERT_TRUE(r.finished);
-  EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+  EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();  // the wait ran out of time
   EXPECT_EQ(Only(r.Lines(), {"success", "error", "value", "wait"}),
             (QStringList{"wait\ttimeout", "value\tCurrentFTPStep\t\"CONNECT\"", "value\tCommandSocket.IsConnected\ttrue"}));
   // The shell closed its connection on the way out.
