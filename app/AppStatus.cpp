@@ -3,6 +3,7 @@
 #include "app/ChasingArrows.h"
 #include "app/MainWindow.h"
 #include "session/FTPSessionClass.h"
+#include "session/SocketErrorHint.h"
 
 namespace velmar {
 
@@ -49,11 +50,11 @@ void AppStatus::ShowWaitingProgress() {
     window->UpdateStatus(progressId_, QStringLiteral("Transferring: ") + FormatBytes(bytes));
 }
 
-void AppStatus::ShowText(const QString& text) {
+void AppStatus::ShowText(const QString& text, const QString& hint) {
   if (!Session) return;
   ShowWaitingProgress();
   const QString id = Session->ID;
-  MainWindow::Instance()->UpdateStatus(id, text);
+  MainWindow::Instance()->UpdateStatus(id, text, hint);
 }
 
 void AppStatus::Successful_FTP(const QString& text) { ShowEnd(text); }
@@ -65,7 +66,8 @@ void AppStatus::Response_FTP(const QString&) {}
 void AppStatus::ShowEnd(const QString& text) {
   FTPSessionClass* const session = Session;
   if (!session) return;
-  ShowText(text);
+  // A socket failure's row keeps its text; what it means shows as the row's tooltip.
+  ShowText(text, SocketErrorHint::For(text, session->ServerAddress, session->CommandPort));
   // One indicator for all sessions: the first to end hides it.
   MainWindow::Instance()->ChasingArrows1->setVisible(false);
   if (EndObserverSlot()) EndObserverSlot()(session, text);

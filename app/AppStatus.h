@@ -36,7 +36,7 @@ public:
 
 private:
   void ShowEnd(const QString& text);
-  void ShowText(const QString& text);
+  void ShowText(const QString& text, const QString& hint = QString());
   void ShowWaitingProgress();
 
   QTimer progressTimer_;

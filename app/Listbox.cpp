@@ -55,6 +55,16 @@ void Listbox::SetCell(int row, int column, const QString& text) {
     item->setText(column, text);
 }
 
+QString Listbox::RowToolTip(int row) const {
+  const QTreeWidgetItem* item = topLevelItem(row);
+  return item ? item->toolTip(0) : QString();
+}
+
+void Listbox::SetRowToolTip(int row, const QString& text) {
+  if (QTreeWidgetItem* item = topLevelItem(row))
+    for (int column = 0; column < columnCount(); ++column) item->setToolTip(column, text);
+}
+
 quint64 Listbox::RowTag(int row) const {
   const QTreeWidgetItem* item = topLevelItem(row);
   return item ? item->data(0, Qt::UserRole).toULongLong() : 0;

@@ -22,6 +22,9 @@ public:
   // Empty for a cell out of range.
   QString Cell(int row, int column) const;
   void SetCell(int row, int column, const QString& text);
+  // The tooltip of every cell of a row (empty: none); empty for a row out of range.
+  QString RowToolTip(int row) const;
+  void SetRowToolTip(int row, const QString& text);
   // A number kept with a row for its owner's use; 0 for a new row or one out of range.
   quint64 RowTag(int row) const;
   void SetRowTag(int row, quint64 tag);

@@ -134,7 +134,7 @@ void MainWindow::AcceptFileDrop(const QString& typeName) {
   setAcceptDrops(true);
 }
 
-void MainWindow::UpdateStatus(const QString& id, const QString& text) {
+void MainWindow::UpdateStatus(const QString& id, const QString& text, const QString& hint) {
   // The yield after each row lets other reports in, and a later report of the same session
   // may be written while this one is still on its way down the list: each row remembers
   // the report it shows, and an older one never replaces a newer one.
@@ -145,6 +145,7 @@ void MainWindow::UpdateStatus(const QString& id, const QString& text) {
       StatusListBox->SetRowTag(row, report);
       StatusListBox->SetCell(row, 1, kFileTransfer);
       StatusListBox->SetCell(row, 2, text);
+      StatusListBox->SetRowToolTip(row, hint);
       if (RowObserverSlot()) RowObserverSlot()(row, id, text);
     }
     // Only the outermost report yields: a report that arrives during a yield runs inside

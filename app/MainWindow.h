@@ -40,7 +40,9 @@ public:
   QPushButton* CancelPushButton1 = nullptr;
 
   // Column 1 becomes "File Transfer" and column 2 text, in every row whose ID is id.
-  void UpdateStatus(const QString& id, const QString& text);
+  // Writes `text` into every row of session `id`, with `hint` (what an error means) as the
+  // rows' tooltip; an empty hint takes an older one away.
+  void UpdateStatus(const QString& id, const QString& text, const QString& hint = QString());
   // The drop: one session and one row per item of obj. The action is not looked at.
   void Event_DropObject(DragItem& obj, int action);
   // A drop of these URLs (local files and folders; other entries are ignored), as the drop

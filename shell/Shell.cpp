@@ -8,6 +8,7 @@
 #include "session/FTPCommandSocket.h"
 #include "session/FTPConnectionTimer.h"
 #include "session/FTPSessionClass.h"
+#include "session/SocketErrorHint.h"
 #include "shell/Json.h"
 #include "shell/ScriptError.h"
 #include "shell/ScriptLine.h"
@@ -134,6 +135,10 @@ ShellStatus::ShellStatus(FTPSessionClass* session, bool showProgress, std::share
 
 void ShellStatus::Error_FTP(const QString& text) {
   ShellOutput::Report(QStringLiteral("error"), text);
+  if (Session) {
+    const QString hint = SocketErrorHint::For(text, Session->ServerAddress, Session->CommandPort);
+    if (!hint.isEmpty()) ShellOutput::Report(QStringLiteral("hint"), hint);
+  }
   Final(false);
 }
 
@@ -503,7 +508,8 @@ QString Shell::Usage() {
       "  quit                end the script\n"
       "\n"
       "Output on stdout, one line per event: KIND<TAB>TEXT with KIND one of status,\n"
-      "response, progress, success, error, msgbox, exception; value<TAB>FIELD<TAB>JSON\n"
+      "response, progress, success, error, hint (after an error that is a socket code:\n"
+      "what it means, what to check), msgbox, exception; value<TAB>FIELD<TAB>JSON\n"
       "and result<TAB>METHOD<TAB>JSON. In texts \\ is written \\\\, CR \\r, LF \\n, TAB \\t,\n"
       "other control characters \\xHH. ServerPassword always prints as \"********\".\n"
       "DataSocket, CommandSocket and ConnectionTimer print as objects of the fields\n"

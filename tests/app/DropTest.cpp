@@ -202,9 +202,16 @@ TEST_F(DropTest, StatusReceiverWritesIntoEveryRowOfItsSessionAndEachEndHidesTheI
   RunFor(3 * AppStatus::kProgressIntervalMs);
   EXPECT_EQ(rowChanges, (QStringList{"row\t1\tTransferring: 8 bytes", "row\t1\tSend file"}));
   Window().ChasingArrows1->setVisible(true);
+  second->ServerAddress = "ftp.example.org";
   two.Error_FTP("Error: 104");
   EXPECT_TRUE(Window().ChasingArrows1->isHidden());
+  // A socket failure keeps its text; what it means is the row's tooltip.
   EXPECT_EQ(Column(2), (QStringList{"File Transfer Complete.", "Error: 104", "File Transfer Complete."}));
+  EXPECT_EQ((QStringList{Rows().RowToolTip(0), Rows().RowToolTip(1)}),
+            (QStringList{"", "ftp.example.org:21 refused the connection: is an FTP server listening on port 21 "
+                             "there? Check the address, the port, and any firewall"}));
+  two.Status_FTP("Send UserID");  // a new attempt takes the hint away
+  EXPECT_EQ(Rows().RowToolTip(1), "");
 }
 
 TEST_F(DropTest, CancelEndsTheSelectedSessionOnlyWithoutAbor) {

@@ -98,6 +98,14 @@ TEST(ShellBinary, ScriptsGiveTheirLinesAndExitStatus) {
            "EndFTPSession \"Error: b\"\nnew fresh\nwait 0.2\nprint ID\n", 3,
        {"error\tError: a", "success\tLogon Complete.", "value\tID\t\"\"", "error\tError: b", "wait\ttimeout",
         "value\tID\t\"fresh\""}},
+      // A socket failure gets a hint line naming the server; other errors get none.
+      {{}, "SetLoginInfo 127.0.0.1 u p\nset CommandPort 1\nLogon\nwait\nEndFTPSession \"Error: 550 no\"\n", 1,
+       {"response\t", "status\tSend Logon Command", "error\tError: 104",
+        "hint\t127.0.0.1:1 refused the connection: is an FTP server listening on port 1 there? Check the address, "
+        "the port, and any firewall", "error\tError: 550 no"}},
+      {{}, "SetLoginInfo nowhere.invalid u p\nLogon\nwait\n", 1,
+       {"response\t", "status\tSend Logon Command", "error\tError: 103",
+        "hint\tthe name nowhere.invalid could not be resolved: check its spelling, and the DNS settings of this machine"}},
       {{}, "wait 0.1\nEndFTPSession \"Logon Complete.\"\n", 0, {"wait\ttimeout", "success\tLogon Complete."}},
       {{}, "wait 0.1\nEndFTPSession \"Error: x\"\n", 1, {"wait\ttimeout", "error\tError: x"}},
       {{}, "set CommandPort 2121\nAddFileName x\nnew row-1\nprint ID\nprint CommandPort\nGetFileCount\nnew\nprint ID\n", 0,
