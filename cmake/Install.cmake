@@ -12,12 +12,14 @@ file(RELATIVE_PATH _velmar_bin_to_lib
   "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
 set_target_properties(velmar-shell PROPERTIES INSTALL_RPATH "$ORIGIN/${_velmar_bin_to_lib}")
 
+# Components, one per Debian package (cmake/Packaging.cmake): runtime, dev, shell.
 install(TARGETS velmar
   EXPORT VelmarTargets
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-  RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-install(TARGETS velmar-shell RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev
+  RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime)
+install(TARGETS velmar-shell RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT shell)
+install(FILES "${PROJECT_SOURCE_DIR}/man/velmar.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT shell)
 
 # Public headers keep their folders, because they include each other as "folder/Name.h".
 # CONFIGURE_DEPENDS: a header added later is picked up without a manual re-run of cmake.
@@ -27,14 +29,15 @@ foreach(_velmar_dir IN ITEMS platform session data commands listing sequences)
   foreach(_velmar_header IN LISTS _velmar_headers)
     get_filename_component(_velmar_header_dir "${_velmar_header}" DIRECTORY)
     install(FILES "${PROJECT_SOURCE_DIR}/${_velmar_header}"
-      DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/velmar/${_velmar_header_dir}")
+      DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/velmar/${_velmar_header_dir}" COMPONENT dev)
   endforeach()
 endforeach()
 
 install(EXPORT VelmarTargets
   NAMESPACE Velmar::
   FILE VelmarTargets.cmake
-  DESTINATION "${VELMAR_INSTALL_CMAKEDIR}")
+  DESTINATION "${VELMAR_INSTALL_CMAKEDIR}"
+  COMPONENT dev)
 
 # A static libvelmar carries its private OpenSSL link into the consumer's link line.
 if(BUILD_SHARED_LIBS)
@@ -56,7 +59,8 @@ write_basic_package_version_file(
 install(FILES
   "${PROJECT_BINARY_DIR}/VelmarConfig.cmake"
   "${PROJECT_BINARY_DIR}/VelmarConfigVersion.cmake"
-  DESTINATION "${VELMAR_INSTALL_CMAKEDIR}")
+  DESTINATION "${VELMAR_INSTALL_CMAKEDIR}"
+  COMPONENT dev)
 
 # velmar.pc locates the prefix from its own place (${pcfiledir}), so the same file is right
 # for `cmake --install --prefix` into any folder and for a DESTDIR staging.
@@ -75,4 +79,4 @@ foreach(_velmar_kind IN ITEMS LIBDIR INCLUDEDIR)
   endif()
 endforeach()
 configure_file("${CMAKE_CURRENT_LIST_DIR}/velmar.pc.in" "${PROJECT_BINARY_DIR}/velmar.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/velmar.pc" DESTINATION "${VELMAR_INSTALL_PKGCONFIGDIR}")
+install(FILES "${PROJECT_BINARY_DIR}/velmar.pc" DESTINATION "${VELMAR_INSTALL_PKGCONFIGDIR}" COMPONENT dev)

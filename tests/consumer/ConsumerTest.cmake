@@ -1,5 +1,6 @@
-# Run by ctest as `cmake -P`: install the build into WORK_DIR/prefix, then configure, build
-# and run the consumer project against that prefix only, first through
+# Run by ctest as `cmake -P`: install the build into WORK_DIR/prefix (or, with -DPACKAGES=ON,
+# make the Debian packages and unpack them into WORK_DIR/root, the prefix then being its /usr),
+# then configure, build and run the consumer project against that prefix only, first through
 # find_package(Velmar), then through `pkg-config --cflags --libs velmar`.
 cmake_minimum_required(VERSION 3.25)
 
@@ -31,12 +32,35 @@ unset(ENV{CMAKE_PREFIX_PATH})
 unset(ENV{PKG_CONFIG_PATH})
 set(ENV{LD_LIBRARY_PATH} "")
 
-# 1. Install.
-set(config_args)
-if(VELMAR_BUILD_CONFIG)
-  set(config_args --config "${VELMAR_BUILD_CONFIG}")
+# 1. Install, or package and unpack.
+if(PACKAGES)
+  set(prefix "${WORK_DIR}/root/usr")
+  run("cpack" cpack -G DEB -B "${WORK_DIR}/debs" --config "${VELMAR_BUILD_DIR}/CPackConfig.cmake")
+  file(GLOB debs "${WORK_DIR}/debs/*.deb")
+  foreach(deb IN LISTS debs)
+    run("dpkg-deb -x ${deb}" dpkg-deb -x "${deb}" "${WORK_DIR}/root")
+    run("dpkg-deb -f ${deb}" dpkg-deb -f "${deb}" Package)
+    string(STRIP "${run_output}" package)
+    # Every package names its licence.
+    if(NOT EXISTS "${prefix}/share/doc/${package}/copyright")
+      message(FATAL_ERROR "${package} has no share/doc/${package}/copyright")
+    endif()
+    list(APPEND packages ${package})
+  endforeach()
+  list(SORT packages)
+  if(NOT packages MATCHES "^libvelmar-dev;libvelmar[0-9]+;(thornquill-upload;)?velmar$")
+    message(FATAL_ERROR "unexpected packages: ${packages}")
+  endif()
+  if(NOT EXISTS "${prefix}/share/man/man1/velmar.1")
+    message(FATAL_ERROR "the velmar package has no man page")
+  endif()
+else()
+  set(config_args)
+  if(VELMAR_BUILD_CONFIG)
+    set(config_args --config "${VELMAR_BUILD_CONFIG}")
+  endif()
+  run("install" "${CMAKE_COMMAND}" --install "${VELMAR_BUILD_DIR}" --prefix "${prefix}" ${config_args})
 endif()
-run("install" "${CMAKE_COMMAND}" --install "${VELMAR_BUILD_DIR}" --prefix "${prefix}" ${config_args})
 
 file(GLOB_RECURSE config_file LIST_DIRECTORIES false "${prefix}/*/VelmarConfig.cmake")
 file(GLOB_RECURSE pc_file LIST_DIRECTORIES false "${prefix}/*/pkgconfig/velmar.pc")
