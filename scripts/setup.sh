@@ -11,6 +11,8 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config git
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev libssl-dev libedit-dev
   libgtest-dev libgmock-dev googletest
+  # the API reference, man page checks, and the Debian packages (dpkg-shlibdeps)
+  doxygen groff-base dpkg-dev
   # fuzzing (scripts/fuzz.sh): clang and its libFuzzer runtime
   clang libclang-rt-14-dev
   # real servers, peers and tools used by tests, benchmarks and demos

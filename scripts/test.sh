@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The one test command: installs what is missing, configures and builds with Ninja and
-# ccache, then runs every test with ctest.
+# ccache, builds the API reference (a doc warning fails), then runs every test with ctest.
 #
 #   scripts/test.sh [--asan] [CTEST ARGS...]
 #
@@ -74,6 +74,11 @@ fi
 say "building with $(nproc) jobs"
 if ! cmake --build "$build" -j "$(nproc)"; then
   say "build failed"
+  exit 1
+fi
+# The API reference and the man pages: a Doxygen or groff warning fails the run.
+if ! cmake --build "$build" --target docs; then
+  say "the docs have warnings"
   exit 1
 fi
 
