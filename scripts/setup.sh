@@ -10,6 +10,7 @@ packages=(
   # build
   build-essential cmake ninja-build ccache pkg-config git
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev libssl-dev libedit-dev
+  nlohmann-json3-dev
   libgtest-dev libgmock-dev googletest
   # the API reference, man page checks, and the Debian packages (dpkg-shlibdeps)
   doxygen groff-base dpkg-dev

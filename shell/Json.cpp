@@ -9,393 +9,161 @@ namespace velmar {
 namespace {
 
 constexpr double kLargestExactInteger = 9007199254740992.0;  // 2^53
-constexpr int kMaxDepth = 200;
 
-void AppendHex4(QString& out, ushort code) {
-  out += QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
+void AppendEscape(std::string& out, unsigned code) {
+  char buffer[8];
+  std::snprintf(buffer, sizeof buffer, "\\u%04x", code);
+  out += buffer;
 }
 
-void SerializeString(QString& out, const QString& text) {
-  out += u'"';
-  const qsizetype n = text.size();
-  for (qsizetype i = 0; i < n; ++i) {
-    const QChar c = text[i];
-    const ushort u = c.unicode();
-    switch (u) {
-      case '"': out += QLatin1String("\\\""); continue;
-      case '\\': out += QLatin1String("\\\\"); continue;
-      case '\b': out += QLatin1String("\\b"); continue;
-      case '\f': out += QLatin1String("\\f"); continue;
-      case '\n': out += QLatin1String("\\n"); continue;
-      case '\r': out += QLatin1String("\\r"); continue;
-      case '\t': out += QLatin1String("\\t"); continue;
+// The string's UTF-8 as it is, but for quotes, backslashes and control characters.
+void AppendString(std::string& out, const std::string& text) {
+  out += '"';
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    switch (byte) {
+      case '"': out += "\\\""; continue;
+      case '\\': out += "\\\\"; continue;
+      case '\b': out += "\\b"; continue;
+      case '\f': out += "\\f"; continue;
+      case '\n': out += "\\n"; continue;
+      case '\r': out += "\\r"; continue;
+      case '\t': out += "\\t"; continue;
       default: break;
     }
-    if (u < 0x20 || u == 0x7F || (u >= 0x80 && u < 0xA0)) {
-      AppendHex4(out, u);
-    } else if (c.isHighSurrogate() && i + 1 < n && text[i + 1].isLowSurrogate()) {
-      out += c;
-      out += text[++i];
-    } else if (c.isSurrogate()) {
-      // A lone surrogate cannot be written as UTF-8; the escape keeps it exact.
-      AppendHex4(out, u);
+    if (byte < 0x20 || byte == 0x7F) {
+      AppendEscape(out, byte);
+    } else if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
+      // U+0080 to U+009F (C1 controls) are two bytes, C2 80 to C2 9F.
+      AppendEscape(out, static_cast<unsigned char>(text[++i]));
     } else {
-      out += c;
+      out += static_cast<char>(byte);
     }
   }
-  out += u'"';
+  out += '"';
 }
 
-class Parser {
-public:
-  explicit Parser(const QString& text) : text_(text) {}
+void AppendNumber(std::string& out, double value) {
+  if (!std::isfinite(value)) {
+    out += "null";
+  } else if (value == std::trunc(value) && std::fabs(value) <= kLargestExactInteger) {
+    out += std::to_string(static_cast<qint64>(value));
+  } else {
+    char buffer[64];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, result.ptr);
+  }
+}
 
-  std::optional<Json> ParseDocument(QString* error) {
-    std::optional<Json> value;
-    SkipBlanks();
-    value = ParseValue(0);
-    if (value) {
-      SkipBlanks();
-      if (pos_ < text_.size()) {
-        Fail(QStringLiteral("unexpected text after the value"));
-        value.reset();
+void Append(std::string& out, const Json& value) {
+  switch (value.type()) {
+    case Json::value_t::null:
+    case Json::value_t::discarded: out += "null"; return;
+    case Json::value_t::boolean: out += value.get<bool>() ? "true" : "false"; return;
+    case Json::value_t::number_integer: out += std::to_string(value.get<qint64>()); return;
+    case Json::value_t::number_unsigned: out += std::to_string(value.get<quint64>()); return;
+    case Json::value_t::number_float: AppendNumber(out, value.get<double>()); return;
+    case Json::value_t::string: AppendString(out, value.get_ref<const std::string&>()); return;
+    case Json::value_t::binary: out += "null"; return;
+    case Json::value_t::array: {
+      out += '[';
+      bool first = true;
+      for (const Json& item : value) {
+        if (!first) out += ',';
+        first = false;
+        Append(out, item);
       }
+      out += ']';
+      return;
     }
-    if (!value && error) *error = QStringLiteral("%1 at column %2").arg(error_).arg(errorPos_ + 1);
-    return value;
-  }
-
-private:
-  bool AtEnd() const { return pos_ >= text_.size(); }
-  QChar Peek() const { return AtEnd() ? QChar() : text_[pos_]; }
-
-  void SkipBlanks() {
-    while (!AtEnd()) {
-      const QChar c = text_[pos_];
-      if (c != u' ' && c != u'\t' && c != u'\n' && c != u'\r') break;
-      ++pos_;
-    }
-  }
-
-  std::nullopt_t Fail(const QString& message) {
-    if (error_.isEmpty()) {
-      error_ = message;
-      errorPos_ = pos_;
-    }
-    return std::nullopt;
-  }
-
-  bool Literal(QLatin1String word) {
-    if (QStringView(text_).mid(pos_).startsWith(word)) {
-      pos_ += word.size();
-      return true;
-    }
-    return false;
-  }
-
-  std::optional<Json> ParseValue(int depth) {
-    if (depth > kMaxDepth) return Fail(QStringLiteral("nesting too deep"));
-    if (AtEnd()) return Fail(QStringLiteral("unexpected end of text"));
-    const QChar c = Peek();
-    if (c == u'{') return ParseObject(depth);
-    if (c == u'[') return ParseArray(depth);
-    if (c == u'"') {
-      auto s = ParseString();
-      if (!s) return std::nullopt;
-      return Json::String(*s);
-    }
-    if (c == u'-' || (c >= u'0' && c <= u'9')) return ParseNumber();
-    if (Literal(QLatin1String("true"))) return Json::Bool(true);
-    if (Literal(QLatin1String("false"))) return Json::Bool(false);
-    if (Literal(QLatin1String("null"))) return Json();
-    return Fail(QStringLiteral("unexpected character '%1'").arg(c));
-  }
-
-  std::optional<Json> ParseArray(int depth) {
-    ++pos_;  // [
-    Json array = Json::Array();
-    SkipBlanks();
-    if (Peek() == u']') {
-      ++pos_;
-      return array;
-    }
-    for (;;) {
-      SkipBlanks();
-      auto item = ParseValue(depth + 1);
-      if (!item) return std::nullopt;
-      array.Append(std::move(*item));
-      SkipBlanks();
-      if (Peek() == u',') {
-        ++pos_;
-        continue;
+    case Json::value_t::object: {
+      out += '{';
+      bool first = true;
+      for (const auto& [key, member] : value.items()) {
+        if (!first) out += ',';
+        first = false;
+        AppendString(out, key);
+        out += ':';
+        Append(out, member);
       }
-      if (Peek() == u']') {
-        ++pos_;
-        return array;
-      }
-      return Fail(AtEnd() ? QStringLiteral("unterminated array") : QStringLiteral("expected ',' or ']'"));
+      out += '}';
+      return;
     }
   }
+}
 
-  std::optional<Json> ParseObject(int depth) {
-    ++pos_;  // {
-    Json object = Json::Object();
-    SkipBlanks();
-    if (Peek() == u'}') {
-      ++pos_;
-      return object;
-    }
-    for (;;) {
-      SkipBlanks();
-      if (Peek() != u'"') return Fail(QStringLiteral("expected a member name in quotes"));
-      auto key = ParseString();
-      if (!key) return std::nullopt;
-      SkipBlanks();
-      if (Peek() != u':') return Fail(QStringLiteral("expected ':'"));
-      ++pos_;
-      SkipBlanks();
-      auto value = ParseValue(depth + 1);
-      if (!value) return std::nullopt;
-      object.Insert(*key, std::move(*value));
-      SkipBlanks();
-      if (Peek() == u',') {
-        ++pos_;
-        continue;
-      }
-      if (Peek() == u'}') {
-        ++pos_;
-        return object;
-      }
-      return Fail(AtEnd() ? QStringLiteral("unterminated object") : QStringLiteral("expected ',' or '}'"));
-    }
-  }
-
-  std::optional<ushort> ParseHex4() {
-    if (pos_ + 4 > text_.size()) return Fail(QStringLiteral("incomplete \\u escape"));
-    bool ok = false;
-    const uint code = text_.mid(pos_, 4).toUInt(&ok, 16);
-    for (qsizetype k = pos_; k < pos_ + 4; ++k)
-      if (!isxdigit(text_[k].toLatin1())) ok = false;
-    if (!ok) return Fail(QStringLiteral("bad \\u escape"));
-    pos_ += 4;
-    return static_cast<ushort>(code);
-  }
-
-  std::optional<QString> ParseString() {
-    ++pos_;  // opening quote
-    QString out;
-    while (!AtEnd()) {
-      const QChar c = text_[pos_];
-      if (c == u'"') {
-        ++pos_;
-        return out;
-      }
-      if (c.unicode() < 0x20) return Fail(QStringLiteral("control character in a string"));
-      if (c != u'\\') {
-        out += c;
-        ++pos_;
-        continue;
-      }
-      ++pos_;
-      if (AtEnd()) break;
-      const QChar e = text_[pos_++];
-      switch (e.unicode()) {
-        case '"': out += u'"'; break;
-        case '\\': out += u'\\'; break;
-        case '/': out += u'/'; break;
-        case 'b': out += u'\b'; break;
-        case 'f': out += u'\f'; break;
-        case 'n': out += u'\n'; break;
-        case 'r': out += u'\r'; break;
-        case 't': out += u'\t'; break;
-        case 'u': {
-          auto code = ParseHex4();
-          if (!code) return std::nullopt;
-          out += QChar(*code);
-          break;
-        }
-        default:
-          --pos_;
-          return Fail(QStringLiteral("unknown escape \\%1").arg(e));
-      }
-    }
-    return Fail(QStringLiteral("unterminated string"));
-  }
-
-  std::optional<Json> ParseNumber() {
-    const qsizetype start = pos_;
-    auto digits = [this] {
-      const qsizetype from = pos_;
-      while (!AtEnd() && Peek() >= u'0' && Peek() <= u'9') ++pos_;
-      return pos_ - from;
-    };
-    bool integral = true;
-    if (Peek() == u'-') ++pos_;
-    if (Peek() == u'0') {
-      ++pos_;
-    } else if (digits() == 0) {
-      return Fail(QStringLiteral("bad number"));
-    }
-    if (Peek() == u'.') {
-      integral = false;
-      ++pos_;
-      if (digits() == 0) return Fail(QStringLiteral("bad number: digits must follow '.'"));
-    }
-    if (Peek() == u'e' || Peek() == u'E') {
-      integral = false;
-      ++pos_;
-      if (Peek() == u'+' || Peek() == u'-') ++pos_;
-      if (digits() == 0) return Fail(QStringLiteral("bad number: digits must follow the exponent"));
-    }
-    const QString number = text_.mid(start, pos_ - start);
-    bool ok = false;
-    if (integral) {
-      const qint64 value = number.toLongLong(&ok);
-      if (ok) return Json::Integer(value);
-    }
-    const double value = number.toDouble(&ok);
-    if (!ok || !std::isfinite(value)) {
-      pos_ = start;
-      return Fail(QStringLiteral("number out of range"));
-    }
-    return Json::Number(value);
-  }
-
-  const QString& text_;
-  qsizetype pos_ = 0;
-  QString error_;
-  qsizetype errorPos_ = 0;
-};
+// The parser's diagnosis in the shell's words: what is wrong, without the library's prefix.
+QString Diagnosis(const std::string& what) {
+  struct Phrase {
+    const char* found;
+    const char* said;
+  };
+  static const Phrase phrases[] = {
+      {"unexpected end of input", "unexpected end of text"},
+      {"missing closing quote", "unterminated string"},
+      {"control character", "control character in a string"},
+      {"must be followed by 4 hex digits", "bad \\u escape"},
+      {"surrogate", "bad \\u escape: a surrogate without its pair"},
+      {"forbidden character after backslash", "unknown escape"},
+      {"expected digit after '.'", "bad number: digits must follow '.'"},
+      {"after exponent", "bad number: digits must follow the exponent"},
+      {"invalid number", "bad number"},
+      {"expected end of input", "unexpected text after the value"},
+      {"expected string literal", "expected a member name in quotes"},
+      {"expected ':'", "expected ':'"},
+      {"expected ']'", "expected ',' or ']'"},
+      {"expected '}'", "expected ',' or '}'"},
+  };
+  for (const Phrase& phrase : phrases)
+    if (what.find(phrase.found) != std::string::npos) return QString::fromUtf8(phrase.said);
+  return QStringLiteral("not JSON");
+}
 
 }  // namespace
 
-Json Json::Bool(bool value) {
-  Json j;
-  j.kind_ = Kind::Bool;
-  j.bool_ = value;
-  return j;
+Json JsonString(const QString& text) { return Json(text.toStdString()); }
+
+QString JsonToQString(const Json& value) { return QString::fromStdString(value.get_ref<const std::string&>()); }
+
+QString JsonText(const Json& value) {
+  std::string out;
+  Append(out, value);
+  return QString::fromStdString(out);
 }
 
-Json Json::Integer(qint64 value) {
-  Json j;
-  j.kind_ = Kind::Number;
-  j.integer_ = true;
-  j.number_ = static_cast<double>(value);
-  return j;
-}
-
-Json Json::Number(double value) {
-  if (!std::isfinite(value)) return Json();
-  if (value == std::trunc(value) && std::fabs(value) <= kLargestExactInteger)
-    return Integer(static_cast<qint64>(value));
-  Json j;
-  j.kind_ = Kind::Number;
-  j.number_ = value;
-  return j;
-}
-
-Json Json::String(const QString& value) {
-  Json j;
-  j.kind_ = Kind::String;
-  j.string_ = value;
-  return j;
-}
-
-Json Json::Array(QList<Json> items) {
-  Json j;
-  j.kind_ = Kind::Array;
-  j.items_ = std::move(items);
-  return j;
-}
-
-Json Json::Object() {
-  Json j;
-  j.kind_ = Kind::Object;
-  return j;
-}
-
-const Json* Json::Member(const QString& key) const {
-  for (const auto& member : members_)
-    if (member.first == key) return &member.second;
-  return nullptr;
-}
-
-Json& Json::Append(Json item) {
-  items_.append(std::move(item));
-  return *this;
-}
-
-Json& Json::Insert(const QString& key, Json value) {
-  for (auto& member : members_) {
-    if (member.first == key) {
-      member.second = std::move(value);
-      return *this;
+std::optional<Json> ParseJson(const QString& text, QString* error) {
+  const std::string utf8 = text.toStdString();
+  try {
+    return Json::parse(utf8);
+  } catch (const Json::parse_error& failure) {
+    if (!error) return std::nullopt;
+    // The byte where the parser stopped, as a column of characters.
+    const size_t stop = std::min<size_t>(failure.byte, utf8.size() + 1);
+    QString said = Diagnosis(failure.what());
+    qsizetype column = QString::fromUtf8(utf8.data(), static_cast<qsizetype>(stop > 0 ? stop - 1 : 0)).size() + 1;
+    const std::string what = failure.what();
+    if (what.find("invalid literal") != std::string::npos && what.find("expected end of input") == std::string::npos) {
+      // A word that is no JSON value: named by its first character, where the word starts.
+      size_t start = std::min(stop > 0 ? stop - 1 : 0, utf8.size());
+      const auto letter = [&](size_t i) { return i < utf8.size() && std::isalpha(static_cast<unsigned char>(utf8[i])); };
+      if (!letter(start) && start > 0 && letter(start - 1)) --start;
+      while (start > 0 && letter(start - 1)) --start;
+      const auto rest = static_cast<qsizetype>(std::min<size_t>(4, utf8.size() - start));
+      said = QStringLiteral("unexpected character '%1'").arg(QString::fromUtf8(utf8.data() + start, rest).left(1));
+      column = QString::fromUtf8(utf8.data(), static_cast<qsizetype>(start)).size() + 1;
     }
+    *error = QStringLiteral("%1 at column %2").arg(said).arg(column);
+    return std::nullopt;
+  } catch (const Json::exception& failure) {
+    // A number beyond the range of a double: "number overflow parsing '1e400'".
+    if (!error) return std::nullopt;
+    const std::string what = failure.what();
+    const size_t quote = what.find('\'');
+    const size_t at = quote == std::string::npos ? 0 : utf8.find(what.substr(quote + 1, what.rfind('\'') - quote - 1));
+    *error = QStringLiteral("number out of range at column %1")
+                 .arg(QString::fromUtf8(utf8.data(), static_cast<qsizetype>(at == std::string::npos ? 0 : at)).size() + 1);
+    return std::nullopt;
   }
-  members_.append({key, std::move(value)});
-  return *this;
-}
-
-QString Json::Serialize() const {
-  QString out;
-  SerializeTo(out);
-  return out;
-}
-
-void Json::SerializeTo(QString& out) const {
-  switch (kind_) {
-    case Kind::Null: out += QLatin1String("null"); return;
-    case Kind::Bool: out += bool_ ? QLatin1String("true") : QLatin1String("false"); return;
-    case Kind::Number: {
-      if (integer_) {
-        out += QString::number(static_cast<qint64>(number_));
-        return;
-      }
-      // The shortest text that reads back as the same double.
-      char buffer[64];
-      const auto result = std::to_chars(buffer, buffer + sizeof buffer, number_);
-      out += QString::fromLatin1(buffer, result.ptr - buffer);
-      return;
-    }
-    case Kind::String: SerializeString(out, string_); return;
-    case Kind::Array: {
-      out += u'[';
-      for (qsizetype i = 0; i < items_.size(); ++i) {
-        if (i) out += u',';
-        items_[i].SerializeTo(out);
-      }
-      out += u']';
-      return;
-    }
-    case Kind::Object: {
-      out += u'{';
-      for (qsizetype i = 0; i < members_.size(); ++i) {
-        if (i) out += u',';
-        SerializeString(out, members_[i].first);
-        out += u':';
-        members_[i].second.SerializeTo(out);
-      }
-      out += u'}';
-      return;
-    }
-  }
-}
-
-std::optional<Json> Json::Parse(const QString& text, QString* error) {
-  return Parser(text).ParseDocument(error);
-}
-
-bool Json::operator==(const Json& other) const {
-  if (kind_ != other.kind_) return false;
-  switch (kind_) {
-    case Kind::Null: return true;
-    case Kind::Bool: return bool_ == other.bool_;
-    case Kind::Number: return number_ == other.number_;
-    case Kind::String: return string_ == other.string_;
-    case Kind::Array: return items_ == other.items_;
-    case Kind::Object: return members_ == other.members_;
-  }
-  return false;
 }
 
 QString EscapeText(const QString& text) {

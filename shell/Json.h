@@ -1,66 +1,30 @@
 #pragma once
-// JSON values as the shell prints them in `value` and `result` lines, and the parser for
-// words that carry JSON (`set Files ["a","b"]`). Objects keep their members in the order
-// they were inserted, so a dump lists fields in declared order.
-#include <QList>
-#include <QPair>
+// JSON values as the shell prints them in `value` and `result` lines, and the reading of
+// words that carry JSON (`set Files ["a","b"]`). Values are nlohmann's ordered_json, whose
+// objects keep their members in the order they were inserted, so a dump lists fields in
+// declared order. Strings are held as UTF-8.
 #include <QString>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 namespace velmar {
 
-class Json {
-public:
-  enum class Kind { Null, Bool, Number, String, Array, Object };
+using Json = nlohmann::ordered_json;
 
-  // Null.
-  Json() = default;
-  static Json Bool(bool value);
-  // A whole number; printed without a fraction.
-  static Json Integer(qint64 value);
-  // Any number; whole numbers print without a fraction, NaN and infinities as null.
-  static Json Number(double value);
-  static Json String(const QString& value);
-  static Json Array(QList<Json> items = {});
-  static Json Object();
+// A JSON string of the text.
+Json JsonString(const QString& text);
+// The text of a JSON string value.
+QString JsonToQString(const Json& value);
 
-  Kind GetKind() const { return kind_; }
-  bool IsNull() const { return kind_ == Kind::Null; }
-  bool AsBool() const { return bool_; }
-  double AsNumber() const { return number_; }
-  bool IsInteger() const { return kind_ == Kind::Number && integer_; }
-  const QString& AsString() const { return string_; }
-  const QList<Json>& Items() const { return items_; }
-  const QList<QPair<QString, Json>>& Members() const { return members_; }
-  // The member named `key`, or nullptr.
-  const Json* Member(const QString& key) const;
+// The shell's compact form on one line: members in order; whole numbers (also whole doubles
+// up to 2^53) without a fraction, other doubles in the shortest form that reads back the
+// same, NaN and infinities as null; in strings every control character (C0, DEL and C1) is
+// escaped as \u00XX and the rest is kept as it is, so the text never holds a TAB, CR or LF.
+QString JsonText(const Json& value);
 
-  // Appends to an array.
-  Json& Append(Json item);
-  // Adds a member to an object, or replaces the member of that name in place.
-  Json& Insert(const QString& key, Json value);
-
-  // Compact JSON text on one line: every control character inside strings is escaped,
-  // so the text never holds a TAB, CR or LF.
-  QString Serialize() const;
-
-  // Parses a complete JSON text (surrounding white space allowed). On failure returns
-  // nothing and, when `error` is given, says what is wrong and where.
-  static std::optional<Json> Parse(const QString& text, QString* error = nullptr);
-
-  bool operator==(const Json& other) const;
-
-private:
-  void SerializeTo(QString& out) const;
-
-  Kind kind_ = Kind::Null;
-  bool bool_ = false;
-  bool integer_ = false;
-  double number_ = 0;
-  QString string_;
-  QList<Json> items_;
-  QList<QPair<QString, Json>> members_;
-};
+// Parses a complete JSON text (surrounding white space allowed). On failure returns nothing
+// and, when `error` is given, says what is wrong and at which column.
+std::optional<Json> ParseJson(const QString& text, QString* error = nullptr);
 
 // Escapes a report text for an output line: \ -> \\, CR -> \r, LF -> \n, TAB -> \t, any
 // other control character (C0, DEL, C1) -> \xHH. The result holds no line break or TAB.

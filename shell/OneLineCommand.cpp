@@ -135,7 +135,7 @@ void OneLineCommand::Plan(const QString& command, QStringList operands) {
     jobs_.push_back({url, [path = url.path](S& s) { s.SetServerDirectoryPathName(path); }, &S::StartGetDirList,
                      [](S& s) {
                        ShellOutput::Value(QStringLiteral("value"), QStringLiteral("DirectoryFileList"),
-                                          Json::String(s.DirectoryFileList));
+                                          JsonString(s.DirectoryFileList));
                        return true;
                      }});
   } else if (command == u"get") {

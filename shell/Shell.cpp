@@ -70,7 +70,7 @@ void ShellOutput::Report(const QString& kind, const QString& text) {
 }
 
 void ShellOutput::Value(const QString& kind, const QString& name, const Json& value) {
-  Write(stdout, kind + u'\t' + EscapeText(name) + u'\t' + value.Serialize() + u'\n');
+  Write(stdout, kind + u'\t' + EscapeText(name) + u'\t' + JsonText(value) + u'\n');
 }
 
 void ShellOutput::Flush() {

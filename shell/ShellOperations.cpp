@@ -82,14 +82,14 @@ template <>
 struct WordTo<QStringList> {
   static QStringList Convert(const QString& word) {
     QString error;
-    const auto json = Json::Parse(word, &error);
+    const auto json = ParseJson(word, &error);
     if (!json) throw ScriptError(QStringLiteral("not a JSON array of strings: %1").arg(error));
-    if (json->GetKind() != Json::Kind::Array) throw ScriptError(QStringLiteral("not a JSON array of strings"));
+    if (!json->is_array()) throw ScriptError(QStringLiteral("not a JSON array of strings"));
     QStringList list;
-    for (const Json& item : json->Items()) {
-      if (item.GetKind() != Json::Kind::String)
+    for (const Json& item : *json) {
+      if (!item.is_string())
         throw ScriptError(QStringLiteral("not a JSON array of strings: element %1 is not a string").arg(list.size()));
-      list.append(item.AsString());
+      list.append(JsonToQString(item));
     }
     return list;
   }
@@ -127,46 +127,46 @@ concept ToJson = requires(const T& value) { JsonOf<T>::Make(value); };
 
 template <>
 struct JsonOf<QString> {
-  static Json Make(const QString& value) { return Json::String(value); }
+  static Json Make(const QString& value) { return JsonString(value); }
 };
 template <>
 struct JsonOf<qint32> {
-  static Json Make(qint32 value) { return Json::Integer(value); }
+  static Json Make(qint32 value) { return Json(value); }
 };
 template <>
 struct JsonOf<qint64> {
-  static Json Make(qint64 value) { return Json::Integer(value); }
+  static Json Make(qint64 value) { return Json(value); }
 };
 template <>
 struct JsonOf<bool> {
-  static Json Make(bool value) { return Json::Bool(value); }
+  static Json Make(bool value) { return Json(value); }
 };
 template <>
 struct JsonOf<double> {
-  static Json Make(double value) { return Json::Number(value); }
+  static Json Make(double value) { return Json(value); }
 };
 template <>
 struct JsonOf<QStringList> {
   static Json Make(const QStringList& value) {
-    Json array = Json::Array();
-    for (const QString& item : value) array.Append(Json::String(item));
+    Json array = Json::array();
+    for (const QString& item : value) array.push_back(JsonString(item));
     return array;
   }
 };
 template <>
 struct JsonOf<TextEncoding> {
-  static Json Make(const TextEncoding& value) { return Json::String(value.Name()); }
+  static Json Make(const TextEncoding& value) { return JsonString(value.Name()); }
 };
 // Bytes as a string of Latin-1 characters, one per byte.
 template <>
 struct JsonOf<QByteArray> {
-  static Json Make(const QByteArray& value) { return Json::String(QString::fromLatin1(value)); }
+  static Json Make(const QByteArray& value) { return JsonString(QString::fromLatin1(value)); }
 };
 template <>
 struct JsonOf<QList<std::shared_ptr<FolderItem>>> {
   static Json Make(const QList<std::shared_ptr<FolderItem>>& value) {
-    Json array = Json::Array();
-    for (const auto& item : value) array.Append(item ? Json::String(item->AbsolutePath()) : Json());
+    Json array = Json::array();
+    for (const auto& item : value) array.push_back(item ? JsonString(item->AbsolutePath()) : Json());
     return array;
   }
 };
@@ -201,8 +201,8 @@ QString DidYouMean(const Rows& rows, const QString& name) {
 
 template <class Object>
 Json Dump(const FieldTable<Object>& table, Object& object) {
-  Json json = Json::Object();
-  for (const auto& row : table) json.Insert(row.name, row.get(object));
+  Json json = Json::object();
+  for (const auto& row : table) json[row.name.toStdString()] = row.get(object);
   return json;
 }
 
@@ -252,7 +252,7 @@ template <class Object, class Owner>
 FieldRow<Object> Secret(const char* name, QString Owner::*member) {
   FieldRow<Object> row;
   row.name = QString::fromLatin1(name);
-  row.get = [](Object&) { return Json::String(QStringLiteral("********")); };
+  row.get = [](Object&) { return JsonString(QStringLiteral("********")); };
   row.set = [member](Object& object, const QString& word) { object.*member = word; };
   return row;
 }
@@ -296,8 +296,8 @@ template <class T>
   requires HasFields<T>
 struct JsonOf<QList<std::shared_ptr<T>>> {
   static Json Make(const QList<std::shared_ptr<T>>& value) {
-    Json array = Json::Array();
-    for (const auto& item : value) array.Append(JsonOf<std::shared_ptr<T>>::Make(item));
+    Json array = Json::array();
+    for (const auto& item : value) array.push_back(JsonOf<std::shared_ptr<T>>::Make(item));
     return array;
   }
 };
@@ -415,7 +415,7 @@ struct Fields<FTPParsedDirListLineClass> {
 
 // Buffer holds bytes; it is read and written as text of the session's encoding.
 Json BufferText(FTPSessionClass& session) {
-  return Json::String(session.ServerTextEncoding.Decode(session.Buffer));
+  return JsonString(session.ServerTextEncoding.Decode(session.Buffer));
 }
 void SetBufferText(FTPSessionClass& session, const QString& word) {
   session.Buffer = session.ServerTextEncoding.Encode(word);
@@ -425,7 +425,7 @@ void SetBufferText(FTPSessionClass& session, const QString& word) {
 Json ReceiverJson(FTPSessionClass& session) {
   if (!session.FTPStatusInstance) return Json();
   const FTPSessionClass* owner = session.FTPStatusInstance->Session;
-  return Json::Object().Insert(QStringLiteral("Session"), owner ? Json::String(owner->ID) : Json());
+  return Json::object({{"Session", owner ? JsonString(owner->ID) : Json()}});
 }
 void SetReceiver(FTPSessionClass& session, const QString& word) {
   if (word != u"null")

@@ -7,10 +7,11 @@
 // Implemented in Shell.cpp.
 #include <QString>
 #include <functional>
+#include <nlohmann/json_fwd.hpp>
 
 namespace velmar {
 
-class Json;
+using Json = nlohmann::ordered_json;
 class TerminalLine;
 
 class ShellOutput {

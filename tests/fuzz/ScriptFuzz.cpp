@@ -19,7 +19,7 @@ void Script(const std::uint8_t* data, std::size_t size) {
     }
     for (const QString& word : words) {
       QString error;
-      if (const std::optional<Json> value = Json::Parse(word, &error)) value->Serialize();
+      if (const std::optional<Json> value = ParseJson(word, &error)) JsonText(*value);
     }
   }
 }

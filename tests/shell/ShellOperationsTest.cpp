@@ -21,7 +21,7 @@ using Ops = ShellOperations;
 struct ShellTables : ::testing::Test {
   std::shared_ptr<FTPSessionClass> session = std::make_shared<FTPSessionClass>(QStringLiteral("s1"));
 
-  QString Print(const QString& path) { return Ops::Get(*session, path).Serialize(); }
+  QString Print(const QString& path) { return JsonText(Ops::Get(*session, path)); }
   void Set(const QString& path, const QString& word) { Ops::Set(*session, path, word); }
   void GiveSockets() {
     session->DataSocket = MakeEventSource<FTPDataSocket>(session.get());
@@ -83,10 +83,10 @@ TEST_F(ShellTables, FileDataIsBytesOneCharacterPerByteAndBufferIsTextOfTheServer
   for (int b = 0; b < 256; ++b) all.append(static_cast<char>(b));
   session->DataSocket->FileData = all;
   const Json json = Ops::Get(*session, "DataSocket.FileData");
-  ASSERT_EQ(json.GetKind(), Json::Kind::String);
-  EXPECT_EQ(json.AsString(), QString::fromLatin1(all));
+  ASSERT_TRUE(json.is_string());
+  EXPECT_EQ(JsonToQString(json), QString::fromLatin1(all));
   // Assigning the printed text back gives the same bytes.
-  Set("DataSocket.FileData", json.AsString());
+  Set("DataSocket.FileData", JsonToQString(json));
   EXPECT_EQ(session->DataSocket->FileData, all);
   // A character that is no byte is refused and the bytes stay.
   EXPECT_TRUE(ErrorOf('s', "DataSocket.FileData", {QString::fromUtf8("a€")})
