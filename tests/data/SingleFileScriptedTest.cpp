@@ -1,6 +1,6 @@
 // Port helpers and single-file transfers against the scripted server: exact command
 // sequences, both orders of "226" and the data connection's close, refusals and failures.
-#include "data/TransferRows.h"
+#include "support/OperationRow.h"
 #include "session/FTPConnectionTimer.h"
 
 #include <gtest/gtest.h>
@@ -31,33 +31,31 @@ TEST(DataPorts, NextDataPortWrapsAndPassiveRepliesAreReadFromTheParentheses) {
 const QByteArray kSmall = RandomBytes(5000, 1);
 const QByteArray kFile = RandomBytes(300000, 2);
 const QByteArray kUpload = RandomBytes(100000, 3);
-auto Get(const QString& name, Prepare prepare = {}) { return WithNames({name}, &S::GetSingleFile, prepare); }
+auto Get(const QString& name, Prepare prepare = {}) { return Start(&S::GetSingleFile, {name}, {}, prepare); }
 auto Put(const QString& name, const QByteArray& content, Prepare prepare = {}) {
   return WithLocalFile(name, content, &S::PutSingleFile, prepare);
 }
-// An upload's TYPE and data leg, then the rest.
-QList<Exchange> TypePasv(const QList<Exchange>& rest) { return QList<Exchange>{kType} + Pasv(rest); }
 
 const OperationRow kRows[] = {
     // The 226 comes before the close of the data connection: the download polls with real
     // NOOPs (reported as FORCENOOP) until the close.
     {"DownloadWhenThe226ComesFirstPollsWithRealNoops", Get("late.bin"),
-     Pasv({kType, {"RETR late.bin", {Line("150 Opening"), WaitDataConnected(), DataSend(kSmall), Line("226 Done")}},
+     Pasv({kTypeI, {"RETR late.bin", {Line("150 Opening"), WaitDataConnected(), DataSend(kSmall), Line("226 Done")}},
            {"NOOP", {DataClose(), Delay(200), Line("200 NOOP ok")}}}),
-     {kTransferred}, {"response\tFORCENOOP"}, LocalFileHolds("late.bin", kSmall)},
+     {kTransferred}, {"response\tFORCENOOP"}, LocalFiles({{"late.bin", kSmall}})},
     // The first 150 line has a hyphen: the download machine acts once, on the second.
     {"DownloadWhenTheCloseComesBeforeThe226", Get("file.bin"),
-     Pasv({kType, {"RETR file.bin", {Line("150-Opening"), Line("150 Opening"), WaitDataConnected(), DataSend(kFile),
+     Pasv({kTypeI, {"RETR file.bin", {Line("150-Opening"), Line("150 Opening"), WaitDataConnected(), DataSend(kFile),
                                      DataClose(), Delay(100), Line("226 Done")}}}),
-     {kTransferred}, {"status\tChange transfer type."}, LocalFileHolds("file.bin", kFile)},
+     {kTransferred}, {"status\tChange transfer type."}, LocalFiles({{"file.bin", kFile}})},
     {"EmptyDownloadCreatesAnEmptyFile", Get("empty"),
-     Pasv({kType, {"RETR empty", {Line("150 Opening"), WaitDataConnected(), DataClose(), Line("226 Done")}}}),
-     {kTransferred}, {}, LocalFileHolds("empty", "")},
+     Pasv({kTypeI, {"RETR empty", {Line("150 Opening"), WaitDataConnected(), DataClose(), Line("226 Done")}}}),
+     {kTransferred}, {}, LocalFiles({{"empty", ""}})},
     // The PORT string names the control connection's local address.
-    {"ActiveDownloadListensBeforeThePortReply", Get("act.bin", Active(32100)),
-     Port({kType, {"RETR act.bin", {ConnectActive(), Line("150 ok"), DataSend(kFile), DataClose(), Line("226 Done")}}}),
+    {"ActiveDownloadListensBeforeThePortReply", Get("act.bin", ActiveAtRangeEnd(32100)),
+     {kAnyPort, kTypeI, {"RETR act.bin", Served(kFile, true)}},
      {kTransferred}, {}, [](S& s, const QString& localDir, const ScriptedFtpServer& server) {
-       LocalFileHolds("act.bin", kFile)(s, localDir, server);
+       LocalFiles({{"act.bin", kFile}})(s, localDir, server);
        auto port = [&](qint32 dataPort) {
          s.DataPort = dataPort;
          return s.BuildPortString();
@@ -65,38 +63,34 @@ const OperationRow kRows[] = {
        EXPECT_EQ((QStringList{port(30003), port(256), port(255)}),
                  (QStringList{"127,0,0,1,117,51", "127,0,0,1,1,0", "127,0,0,1,0,255"}));
      }},
-    {"RefusedRetr", Get("missing"), Pasv({kType, {"RETR missing", {Line("550 No such file")}}}),
+    {"RefusedRetr", Get("missing"), Pasv({kTypeI, Ok("RETR missing", "550 No such file")}),
      {Err("550 No such file")}},
     {"ResetOfTheDataConnectionIsAReceiveError", Get("cut"),
-     Pasv({kType, {"RETR cut", {Line("150 Opening"), WaitDataConnected(), DataSend(kSmall), Delay(50), DataReset()}}}),
+     Pasv({kTypeI, {"RETR cut", {Line("150 Opening"), WaitDataConnected(), DataSend(kSmall), Delay(50), DataReset()}}}),
      {"error\tError while receiving the file: 106"}},
     // Progress rises in blocks of SendBufferSize and ends at the file's length.
     {"PassiveUploadSendsTheFileAndEndsQuietly", Put("up load.bin", kUpload),
-     TypePasv({{"STOR up load.bin", {Line("150 Go"), DataReceiveAll(), Line("226 Stored")}}}), {kTransferred},
+     {kTypeI, kPasv, {"STOR up load.bin", kStored}}, {kTransferred},
      {"status\tSend file up load.bin", "progress\t2048", "progress\t100000"},
      [](S& s, const QString& localDir, const ScriptedFtpServer& server) {
-       ServerReceived(kUpload)(s, localDir, server);
+       ServerReceived({kUpload})(s, localDir, server);
        EXPECT_EQ(s.ConnectionTimer->Mode(), 0);
      }},
-    {"UploadOfAMissingFileFailsAtConnectTime", WithNames({"gone.txt"}, &S::PutSingleFile),
-     TypePasv({{"STOR gone.txt", {}}}), {"error\tCannot Find File: gone.txt"}},
+    {"UploadOfAMissingFileFailsAtConnectTime", Start(&S::PutSingleFile, {"gone.txt"}),
+     {kTypeI, kPasv, {"STOR gone.txt", {}}}, {"error\tCannot Find File: gone.txt"}},
     // PutSingleFile never listens: the announced port is only stored.
-    {"ActiveUploadAnnouncesAPortThatNobodyListensOn", Put("a.txt", "abc", Active(32200)),
-     {kType, {"PORT *", {Line("200 ok")}}, {"STOR a.txt", {Line("425 Can't open data connection")}}},
+    {"ActiveUploadAnnouncesAPortThatNobodyListensOn", Put("a.txt", "abc", ActiveAtRangeEnd(32200)),
+     {kTypeI, Ok("PORT *", "200 ok"), Ok("STOR a.txt", "425 Can't open data connection")},
      {Err("425 Can't open data connection")}, {}, DataSocketOnDataPort(false)},
-    {"RefusedPasvEndsWithoutTryingPort", Put("x", "x"), {kType, {"PASV", {Line("500 no passive")}}},
+    {"RefusedPasvEndsWithoutTryingPort", Put("x", "x"), {kTypeI, Ok("PASV", "500 no passive")},
      {Err("500 no passive")}},
     // "226+" is final for the upload machine (its fourth character is neither blank nor hyphen).
     {"UploadFinalLineTestIsTheHyphenForm", Put("h.txt", "hyphen"),
-     TypePasv({{"STOR h.txt", {Line("150-wait"), Line("150 go"), DataReceiveAll(), Line("226+ok")}}}), {kTransferred}},
+     {kTypeI, kPasv, {"STOR h.txt", {Line("150-wait"), Line("150 go"), DataReceiveAll(), Line("226+ok")}}},
+     {kTransferred}},
 };
 
-class SingleTransfer : public LoggedOnFixture, public ::testing::WithParamInterface<OperationRow> {};
-
-TEST_P(SingleTransfer, RunsAndLeavesTheSessionUsable) { RunOperationRow(*this, GetParam()); }
-
-INSTANTIATE_TEST_SUITE_P(Rows, SingleTransfer, ::testing::ValuesIn(kRows),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(SingleTransfer, ResidentRows, ::testing::ValuesIn(kRows), RowName);
 
 }  // namespace
 }  // namespace velmar::test

@@ -1,11 +1,10 @@
 // Local faults against the scripted server: a source that cannot be read or is gone by its
 // turn, a destination that cannot be written, and a file that cannot grow (the disk full).
 // Each ends with its own message, and what was transferred before stays as it was.
-#include "data/TransferRows.h"
-#include "sequences/Rows.h"
+#include "platform/FolderItem.h"
+#include "support/OperationRow.h"
 
 #include <QFile>
-#include "platform/FolderItem.h"
 
 #include <sys/resource.h>
 
@@ -15,10 +14,6 @@ namespace velmar::test {
 namespace {
 
 const QByteArray kSmall = RandomBytes(20000, 11), kLarge = RandomBytes(400000, 12);
-const QList<ScriptAction> kServed = {Line("150 go"), WaitDataConnected()};
-QList<ScriptAction> Served(const QByteArray& bytes) {
-  return kServed + QList{DataSend(bytes), DataClose(), Line("226 done")};
-}
 
 // Files may grow to 100000 bytes while the row runs (as when the disk fills up); writes past
 // that fail instead of raising SIGXFSZ.
@@ -36,28 +31,28 @@ void LimitFileSize(bool on) {
 
 const OperationRow kResidentRows[] = {
     // A folder where the file should be: it exists, but cannot be read as a file.
-    {"AnUnreadableSourceIsNamed", WithNames({"dir"}, &S::PutSingleFile, [](S& s) {
+    {"AnUnreadableSourceIsNamed", Start(&S::PutSingleFile, {"dir"}, {}, [](S& s) {
        QDir().mkpath(s.GetLocalDirectoryPathName() + "dir");
      }),
-     QList<Exchange>{kType} + Pasv({{"STOR dir", {}}}), {"error\tCannot open file: dir"}},
+     {kTypeI, kPasv, {"STOR dir", {}}}, {"error\tCannot open file: dir"}},
     // A file where the destination folder should be.
-    {"AnUnwritableDestinationIsNamed", WithNames({"x"}, &S::GetSingleFile, [](S& s) {
+    {"AnUnwritableDestinationIsNamed", Start(&S::GetSingleFile, {"x"}, {}, [](S& s) {
        WriteFile(s.GetLocalDirectoryPathName() + "file", "not a folder");
        s.SetLocalDirectoryPathName(s.GetLocalDirectoryPathName() + "file/");
      }),
-     Pasv({kType, {"RETR x", {Line("150 go")}}}), {"error\tError writing local file: x"}},
+     {kPasv, kTypeI, Ok("RETR x", "150 go")}, {"error\tError writing local file: x"}},
 };
 INSTANTIATE_TEST_SUITE_P(Local, ResidentRows, ::testing::ValuesIn(kResidentRows), RowName);
 
 // The batch downloads b, then a: the second cannot grow past the limit, and the first keeps
 // every byte, as does an older copy of a that the batch never reached.
 const OperationRow kConnectingRows[] = {
-    {"ADiskThatFillsEndsTheBatchAndKeepsTheFilesBefore", Batch(&S::StartGetFile, {"c", "a", "b"}, {}, [](S& s) {
+    {"ADiskThatFillsEndsTheBatchAndKeepsTheFilesBefore", Start(&S::StartGetFile, {"c", "a", "b"}, {}, [](S& s) {
        WriteFile(s.GetLocalDirectoryPathName() + "c", "older c");
        LimitFileSize(true);
      }),
      {kPasv, kTypeI, {"RETR b", Served(kSmall)}, kPasv, kTypeI,
-      {"RETR a", kServed + QList{DataSend(kLarge), Delay(500)}}},
+      {"RETR a", {Line("150 go"), WaitDataConnected(), DataSend(kLarge), Delay(500)}}},
      {"error\tError writing local file: a"}, {},
      [](S&, const QString& local, const ScriptedFtpServer&) {
        LimitFileSize(false);
@@ -67,7 +62,7 @@ const OperationRow kConnectingRows[] = {
      }},
     // Waiting for a data connection's close has a limit of its own: a server that answers every
     // NOOP would otherwise keep the wait going for ever.
-    {"ADataCloseThatNeverComesEndsTheWait", Batch(&S::StartGetFile, {"f"}, {}, [](S& s) {
+    {"ADataCloseThatNeverComesEndsTheWait", Start(&S::StartGetFile, {"f"}, {}, [](S& s) {
        s.WaitForDataClose = true;
        s.Timeout = 1000;
      }),
@@ -80,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Local, ConnectingRows, ::testing::ValuesIn(kConnectingR
 // A tree upload whose second file is removed after the walk, while the first is on its way.
 TEST_F(LoggedOnFixture, ASourceGoneAfterTheWalkIsNamedAndTheFileBeforeItArrives) {
   for (const char* name : {"f", "g"}) WriteFile(local.filePath("top/") + name, QByteArray("content of ") + name);
-  server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
+  ScriptLogOn();
   for (const Exchange& e : {Ok("CWD /up"), kTypeI, kPasv}) server.Expect(e.command, e.actions);
   server.ExpectPrefix("STOR ", {Line("150 go"), DataReceiveAll(), Delay(100), Line("226 done")});
   server.Expect("PASV", {OpenPassive()}).ExpectPrefix("STOR ", {});

@@ -1,6 +1,6 @@
 // The listing operations against the scripted server: the text of one directory into
 // DirectoryFileList, whichever of the 226 and the data connection's close comes first.
-#include "sequences/Rows.h"
+#include "support/OperationRow.h"
 
 namespace velmar::test {
 namespace {
@@ -12,7 +12,7 @@ const Exchange kPwd257 = Pwd("/pub");
 // The 226 before the close: a real NOOP, answered after the close, lets the listing be handed over.
 const Exchange k226First = {
     "LIST", {Line("150 go"), WaitDataConnected(), DataSend(kPart1), Line("226 done"), Delay(100), DataClose()}};
-const auto kList = Batch(&S::GetDirList, {});
+const auto kList = Start(&S::GetDirList, {});
 
 auto Listed(const QByteArray& text) {
   return [=](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DirectoryFileList, QString::fromLatin1(text)); };
@@ -23,13 +23,13 @@ const OperationRow kRows[] = {
      {"status\tGet full directory list for /pub", "status\tGet working directory for "}, Listed(kPart1 + kPart2)},
     {"Reply226BeforeTheClose", kList, {kPasv, kPwd257, k226First, {"NOOP", {Delay(100), Line("200 ok")}}}, {kListed},
      {"response\tFORCENOOP"}, Listed(kPart1)},
-    {"ActiveModeListensBeforePort", Batch(&S::GetDirList, {}, {}, ActiveAtRangeEnd(32061)),
+    {"ActiveModeListensBeforePort", Start(&S::GetDirList, {}, {}, ActiveAtRangeEnd(32061)),
      {Port(32062), kPwd257, {"LIST", QList{ConnectActive()} + Listing(kPart2)}}, {kListed}, {}, Listed(kPart2)},
-    {"NameListOfHiddenEntries", Batch(&S::GetDirList, {}, {}, [](S& s) { s.UseNameList = s.ShowInvisible = true; }),
+    {"NameListOfHiddenEntries", Start(&S::GetDirList, {}, {}, [](S& s) { s.UseNameList = s.ShowInvisible = true; }),
      {kPasv, kPwd257, {"NLST -a", Listing(".x\r\n")}}, {kListed}, {}, Listed(".x\r\n")},
-    {"HiddenEntries", Batch(&S::GetDirList, {}, {}, [](S& s) { s.ShowInvisible = true; }),
+    {"HiddenEntries", Start(&S::GetDirList, {}, {}, [](S& s) { s.ShowInvisible = true; }),
      {kPasv, kPwd257, {"LIST -a", {Line("125 go"), WaitDataConnected(), DataClose(), Line("226 ok")}}}, {kListed}},
-    {"PwdWithoutQuotes", kList, {kPasv, {"PWD", {Line("257 /pub")}}, {"LIST", Listing("")}}, {kListed},
+    {"PwdWithoutQuotes", kList, {kPasv, Ok("PWD", "257 /pub"), {"LIST", Listing("")}}, {kListed},
      {"status\tGet full directory list for "},
      [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.CurrentWorkingDirectory, ""); }},
     {"RefusedListing", kList, {kPasv, kPwd257, Ok("LIST", "550 no")}, {"error\tError: 550 no\n"}},
@@ -39,13 +39,13 @@ INSTANTIATE_TEST_SUITE_P(Listing, ResidentRows, ::testing::ValuesIn(kRows), RowN
 
 // The connecting listing logs on (a 230 to USER still sends PASS), changes directory when one
 // is given, lists in ASCII whatever the transfer type, and quits.
-const QList<Exchange> kLogon = {{"", {Line("220 ready")}}, Ok("USER u", "230 in already"), Ok("PASS p", "230 in")};
+const QList<Exchange> kLogon = {Ok("", "220 ready"), Ok("USER u", "230 in already"), Ok("PASS p", "230 in")};
 const QList<Exchange> kListing = {kTypeA, kPasv, kPwd257, {"LIST", Listing(kPart2)}, kQuit};
 
 const OperationRow kConnectingRows[] = {
-    {"StartGetDirListInADirectory", Batch(&S::StartGetDirList, {}, "/pub"),
+    {"StartGetDirListInADirectory", Start(&S::StartGetDirList, {}, "/pub"),
      kLogon + QList<Exchange>{Ok("CWD /pub")} + kListing, {kListed}, {}, Listed(kPart2)},
-    {"StartGetDirListWhereItLogsOn", Batch(&S::StartGetDirList, {}), kLogon + kListing, {kListed}, {}, Listed(kPart2)},
+    {"StartGetDirListWhereItLogsOn", Start(&S::StartGetDirList, {}), kLogon + kListing, {kListed}, {}, Listed(kPart2)},
 };
 INSTANTIATE_TEST_SUITE_P(Listing, ConnectingRows, ::testing::ValuesIn(kConnectingRows), RowName);
 

@@ -1,7 +1,7 @@
 // The batch delete, the batch rename and the recursive delete against the scripted server:
 // the exact commands per name, pair and directory, the order names are taken in, active
 // ports, refusals at each stage, and the lookups that fail.
-#include "sequences/Rows.h"
+#include "support/OperationRow.h"
 
 namespace velmar::test {
 namespace {
@@ -10,45 +10,45 @@ const QString kDeleted = "success\tFile has been deleted.", kRenamed = "success\
 
 const OperationRow kBatchRows[] = {
     // Every name pays for a data connection and a TYPE; the last added goes first.
-    {"DeleteTakesTheLastNameFirst", Batch(&S::StartDeleteFile, {"a", "b", "c"}, "/pub"),
+    {"DeleteTakesTheLastNameFirst", Start(&S::StartDeleteFile, {"a", "b", "c"}, "/pub"),
      {Ok("CWD /pub"), kPasv, kTypeI, Ok("DELE c"), kPasv, kTypeI, Ok("DELE b"), kPasv, kTypeI, Ok("DELE a"), kQuit},
      {kDeleted}, {"status\tDeleting c", "status\tChange transfer type.", "status\tFTP Session Complete."}, FilesLeft({})},
     // In active mode the port advances and wraps. Blank form: only "250 " ends the reply (read
     // later: a final line in the same read would be dropped); the answer to QUIT is not looked at.
     {"DeleteActiveAdvancesWrapsAndWaitsForTheFinalLine",
-     Batch(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd(32051)),
+     Start(&S::StartDeleteFile, {"a", "b"}, {}, ActiveAtRangeEnd(32051)),
      {Port(32052), kTypeI, {"DELE b", {Line("250-first"), Line("250second"), Delay(50), Line("250 done")}}, Port(32051),
       kTypeI, Ok("DELE a"), Ok("QUIT", "500 what")},
      {kDeleted}, {"status\tSet data port to: 32052"},
      [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32051); }},
     // The list is tested after a delete: an empty one still sends one bare DELE.
-    {"DeleteOfNothingSendsABareDele", Batch(&S::StartDeleteFile, {}),
+    {"DeleteOfNothingSendsABareDele", Start(&S::StartDeleteFile, {}),
      {kPasv, kTypeI, Ok("DELE ", "550 what")}, {"error\tError: 550 what\n"}},
-    {"DeleteRefusalEndsTheBatchWithoutQuit", Batch(&S::StartDeleteFile, {"a", "b", "c"}),
+    {"DeleteRefusalEndsTheBatchWithoutQuit", Start(&S::StartDeleteFile, {"a", "b", "c"}),
      {kPasv, kTypeI, Ok("DELE c", "550 no such file")}, {"error\tError: 550 no such file\n"}, {}, FilesLeft({"a", "b"})},
-    {"DeleteRefusedTypeKeepsTheName", Batch(&S::StartDeleteFile, {"a"}),
+    {"DeleteRefusedTypeKeepsTheName", Start(&S::StartDeleteFile, {"a"}),
      {kPasv, Ok("TYPE I", "504 no")}, {"error\tError: 504 no\n"}, {}, FilesLeft({"a"})},
-    {"DeleteRefusedCwdDeletesNothing", Batch(&S::StartDeleteFile, {"a"}, "/nope"),
+    {"DeleteRefusedCwdDeletesNothing", Start(&S::StartDeleteFile, {"a"}, "/nope"),
      {Ok("CWD /nope", "550 no")}, {"error\tError: 550 no\n"}, {}, FilesLeft({"a"})},
 
     // Pairs from the end: the old name first, then the new one.
-    {"RenameTakesPairsFromTheEnd", Batch(&S::StartRenameFile, {"new1", "old1", "new2", "old2"}, "/pub"),
+    {"RenameTakesPairsFromTheEnd", Start(&S::StartRenameFile, {"new1", "old1", "new2", "old2"}, "/pub"),
      {Ok("CWD /pub"), kPasv, kTypeI, Ok("RNFR old2", "350 go"), Ok("RNTO new2"), kPasv, kTypeI,
       Ok("RNFR old1", "350 go"), Ok("RNTO new1"), kQuit},
      {kRenamed}, {"status\tRenaming file.old2", "status\t to: new2"}, FilesLeft({})},
-    {"RenameOfAnOddNameSendsABareRnto", Batch(&S::StartRenameFile, {"x"}),
+    {"RenameOfAnOddNameSendsABareRnto", Start(&S::StartRenameFile, {"x"}),
      {kPasv, kTypeI, Ok("RNFR x", "350 go"), Ok("RNTO ", "501 what"), kQuit}, {kRenamed}},
-    {"RenameRefusedRnfrLeavesTheNewName", Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
+    {"RenameRefusedRnfrLeavesTheNewName", Start(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
      {kPasv, kTypeI, Ok("RNFR o2", "550 no such file")}, {"error\tError: 550 no such file\n"}, {},
      FilesLeft({"n1", "o1", "n2"})},
     // In active mode the port advances and wraps; a refused RNTO does not stop the batch.
     {"RenameActiveAdvancesAndWrapsPastRefusedRntos",
-     Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd(32053)),
+     Start(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}, {}, ActiveAtRangeEnd(32053)),
      {Port(32054), kTypeI, Ok("RNFR o2", "350 go"), Ok("RNTO n2", "553 refused"), Port(32053), kTypeI,
       Ok("RNFR o1", "350 go"), Ok("RNTO n1", "553 refused"), kQuit}, {kRenamed}},
     // Hyphen form: a middle line without a hyphen counts as final. At "DONE" it moves the
     // machine on, and the real final line, read later, is taken as the answer to PASV.
-    {"RenameMiddleLineCountsAsFinal", Batch(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
+    {"RenameMiddleLineCountsAsFinal", Start(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
      {kPasv, kTypeI, Ok("RNFR o2", "350 go"),
       {"RNTO n2", {Line("250-first"), Line("xx middle"), Delay(50), Line("250 end")}}, {"PASV", {}}},
      {"error\tError: 250 end\n"}},

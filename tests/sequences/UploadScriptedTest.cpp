@@ -1,15 +1,12 @@
 // The upload batch and the recursive upload against the scripted server: the order names
 // are sent in, the entries of a walked tree, directory creation, endings and failures.
-#include "data/FTPDataSocket.h"
 #include "platform/FolderItem.h"
-#include "sequences/Rows.h"
-#include "support/TestFiles.h"
+#include "support/OperationRow.h"
 
 namespace velmar::test {
 namespace {
 
-const QString kUploaded = "success\tFile Transfer Complete.", kTreeUploaded = "success\tDirectory Transfer Complete.";
-const QList<ScriptAction> kStored = {Line("150 go"), DataReceiveAll(), Line("226 done")};
+const QString kTreeUploaded = "success\tDirectory Transfer Complete.";
 
 // Writes every file named in Files, each holding "content of NAME".
 void WriteTheFiles(S& s) {
@@ -28,23 +25,23 @@ std::function<void(S&)> Tree(const QString& top, QList<std::pair<QString, QByteA
 const OperationRow kRows[] = {
     // The last name added goes first, the type is set once, 250 counts as 226. A greeting of
     // 530 is taken, and one that names Microsoft marks the server as NT.
-    {"PutFileSendsTheLastNameFirstAndQuits", Batch(&S::StartPutFile, {"a", "b", "c"}, "/incoming", WriteTheFiles),
-     {{"", {Line("530 microsoft says log in")}}, Ok("USER u", "331 ok"), Ok("PASS p", "230 in"), Ok("CWD /incoming"),
+    {"PutFileSendsTheLastNameFirstAndQuits", Start(&S::StartPutFile, {"a", "b", "c"}, "/incoming", WriteTheFiles),
+     {Ok("", "530 microsoft says log in"), Ok("USER u", "331 ok"), Ok("PASS p", "230 in"), Ok("CWD /incoming"),
       kTypeI, kPasv, {"STOR c", kStored}, kPasv, {"STOR b", {Line("150 go"), DataReceiveAll(), Line("250 done")}},
       kPasv, {"STOR a", kStored}, {"QUIT", {Line("221 bye"), CloseControl()}}},
-     {kUploaded}, {"status\tFTP Session Complete."},
+     {kTransferred}, {"status\tFTP Session Complete."},
      [](S& s, const QString&, const ScriptedFtpServer& server) {
        EXPECT_EQ(server.ReceivedData(), (QList<QByteArray>{"content of c", "content of b", "content of a"}));
        EXPECT_TRUE(s.NT);
      }},
-    {"PutFileWithoutDirectoryStopsAtTheFirstRefusal", Batch(&S::StartPutFile, {"x", "y"}, {}, WriteTheFiles),
+    {"PutFileWithoutDirectoryStopsAtTheFirstRefusal", Start(&S::StartPutFile, {"x", "y"}, {}, WriteTheFiles),
      {kTypeI, kPasv, Ok("STOR y", "553 not allowed")}, {"error\tError: 553 not allowed\n"}, {}, FilesLeft({"x"})},
-    {"PutFileRefusedCwdIsNotCreated", Batch(&S::StartPutFile, {"x"}, "missing"),
+    {"PutFileRefusedCwdIsNotCreated", Start(&S::StartPutFile, {"x"}, "missing"),
      {Ok("CWD missing", "550 no such directory")}, {"error\tError: 550 no such directory\n"}},
     // A reset of the data connection ends the batch before the server's reply, and closes
     // both connections.
     {"DataResetDuringAnUploadEndsTheBatch",
-     Batch(&S::StartPutFile, {"big"}, {},
+     Start(&S::StartPutFile, {"big"}, {},
            [](S& s) { WriteFile(s.GetLocalDirectoryPathName() + "big", QByteArray(32 << 20, 'z')); }),
      {kTypeI, kPasv,
       {"STOR big", {Line("150 go"), WaitDataConnected(), Delay(20), DataReset(), Delay(300), Line("426 aborted")}}},
@@ -55,7 +52,7 @@ const OperationRow kRows[] = {
     // every entry pays for a data connection. The missing server folders are made, the
     // existing "bare" is entered.
     {"PutDirRunsTheScriptCreatingMissingFolders",
-     Batch(&S::StartPutDir, {}, "/up/top", Tree("top/", {{"f", "file f"}, {"sub/g", "file g"}, {"empty", ""}}, {"bare"})),
+     Start(&S::StartPutDir, {}, "/up/top", Tree("top/", {{"f", "file f"}, {"sub/g", "file g"}, {"empty", ""}}, {"bare"})),
      {Ok("CWD /up/top", "550 no"), Ok("MKD /up/top", "257 created"), Ok("CWD /up/top"), kTypeI, kPasv, Ok("CWD bare"),
       kPasv, Ok("CDUP"), kPasv, {"STOR f", kStored}, kPasv, Ok("CWD sub", "550 no"), Ok("MKD sub", "257 made"),
       Ok("CWD sub"), kPasv, {"STOR g", kStored}, kPasv, Ok("CDUP"), kPasv, Ok("CDUP"), kQuit},
@@ -69,8 +66,8 @@ const OperationRow kRows[] = {
        EXPECT_FALSE(s.NT);
      }},
     {"PutDirOfAMissingFolderEndsAtTheGreeting",
-     Batch(&S::StartPutDir, {}, {}, [](S& s) { s.SetLocalDirectoryPathName("/nonexistent-velmar-folder/"); }),
-     {{"", {Line("220 ready")}}}, {"error\tCannot find this path: /nonexistent-velmar-folder/"}},
+     Start(&S::StartPutDir, {}, {}, [](S& s) { s.SetLocalDirectoryPathName("/nonexistent-velmar-folder/"); }),
+     {Ok("", "220 ready")}, {"error\tCannot find this path: /nonexistent-velmar-folder/"}},
 };
 INSTANTIATE_TEST_SUITE_P(Upload, ConnectingRows, ::testing::ValuesIn(kRows), RowName);
 
@@ -78,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Upload, ConnectingRows, ::testing::ValuesIn(kRows), Row
 // after a file only; the end is quiet.
 const OperationRow kResidentRows[] = {
     {"PutDirActiveModeListensLateAndEndsQuietly",
-     Batch(&S::PutDir, {}, {}, [](S& s) { ActiveAtRangeEnd(32057)(s), Tree("t/", {{"one", "1"}})(s); }),
+     Start(&S::PutDir, {}, {}, [](S& s) { ActiveAtRangeEnd(32057)(s), Tree("t/", {{"one", "1"}})(s); }),
      {kTypeI, Port(32058), {"STOR one", {ConnectActive(), Line("150 go"), DataReceiveAll(), Line("226 ok")}}, Port(32057),
       Ok("CDUP", "250 up")},
      {kTreeUploaded}, {},

@@ -38,14 +38,14 @@ struct LogonRow {
 };
 void PrintTo(const LogonRow& row, std::ostream* out) { *out << row.name; }
 
-const QList<Exchange> kUserPass = {{"USER alice", {Line("331 ok")}}, {"PASS s3cret", {Line("230 in")}}};
+const QList<Exchange> kUserPass = {Ok("USER alice", "331 ok"), Ok("PASS s3cret", "230 in")};
 auto StillConnected(S& s, const QStringList&) { EXPECT_TRUE(s.CommandSocket && s.CommandSocket->IsConnected()); }
 double CpuSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 double cpuBefore = 0;
 
 const LogonRow kRows[] = {
     {"PlainLogonSendsUserAndPassAndEndsQuietly", {Line("220 Scripted server ready")},
-     {{"USER alice", {Line("331 Password please")}}, {"PASS s3cret", {Line("230 Welcome")}}}, {kLoggedOn}, {},
+     {Ok("USER alice", "331 Password please"), Ok("PASS s3cret", "230 Welcome")}, {kLoggedOn}, {},
      [](S& s, const QStringList& log) {
        EXPECT_EQ(log, (QStringList{"response\t", "status\tSend Logon Command", "response\t220 Scripted server ready",
                                    "response\tUSER alice", "status\tSend UserID", "response\t331 Password please",
@@ -67,10 +67,10 @@ const LogonRow kRows[] = {
     // The rest of the buffer goes with the error and then runs through the step once more.
     // Logon keeps the connection after an error: the caller may try again.
     {"RefusedPasswordTakesTheErrorBranchWithTheRestOfTheBuffer", {Line("220 ready")},
-     {{"USER alice", {Line("331 ok")}}, {"PASS s3cret", {Raw("530 Login incorrect.\r\n421 bye\r\n")}}},
+     {Ok("USER alice", "331 ok"), {"PASS s3cret", {Raw("530 Login incorrect.\r\n421 bye\r\n")}}},
      {"error\tError: 530 Login incorrect.\n421 bye\r\n", "error\tError: 421 bye\n"}, {}, StillConnected},
     {"ExplicitTlsRefusedUsesTheCarriageReturnForm", {Line("220 ready")},
-     {{"AUTH TLS", {Line("500 no AUTH")}}}, {"error\tError: 500 no AUTH\r"}, [](S& s) { s.FTPS = true; },
+     {Ok("AUTH TLS", "500 no AUTH")}, {"error\tError: 500 no AUTH\r"}, [](S& s) { s.FTPS = true; },
      [](S&, const QStringList& log) { EXPECT_TRUE(log.contains("status\t\"Sending AUTH\"")); }},
     // The server agrees to TLS, then never speaks TLS and closes after a while: a TLS failure.
     // The wait for the handshake sleeps; a spinning one would burn the whole 1.5 s.

@@ -25,9 +25,12 @@ struct LoggedOnFixture : ::testing::Test {
     session->CommandPort = server.Port();
     session->SetLocalDirectoryPathName(local.path() + "/");
   }
-  // Scripts the logon and runs it.
+  // Scripts the logon; and runs it.
+  ScriptedFtpServer& ScriptLogOn() {
+    return server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
+  }
   void LogOn() {
-    server.OnConnect({Line("220 ready")}).Expect("USER u", {Line("331 ok")}).Expect("PASS p", {Line("230 in")});
+    ScriptLogOn();
     session->Logon();
     ASSERT_TRUE(RunUntil([&] { return RecordingStatus::Ends(*log).size() == 1; }));
     ASSERT_EQ(RecordingStatus::Ends(*log).first(), "success\tLogon Complete.");
