@@ -1,7 +1,7 @@
 // What a scripted server cannot show: the servers' own replies, timing and files. A short job
 // on one logged-on session, with the server's files checked after each step that changes them;
 // restarted and aborted transfers as the servers really answer them.
-#include "session/RealSession.h"
+#include "support/RealSession.h"
 #include "support/TestFiles.h"
 
 #include <QFileInfo>
@@ -9,9 +9,7 @@
 namespace velmar::test {
 namespace {
 
-using Kind = RealFtpServer::Kind;
 using RealOneCommand = RealSession;
-const QString kTransferred = "success\tFile Transfer Complete.";
 const QString kPwd = "success\tThe working directory has been transferred.";
 
 TEST_P(RealOneCommand, ALoggedOnSessionDoesAWholeJob) {
@@ -22,11 +20,11 @@ TEST_P(RealOneCommand, ALoggedOnSessionDoesAWholeJob) {
   EXPECT_TRUE(QFileInfo(OnServer("job dir")).isDir());
   EXPECT_EQ(Run(&S::ChangeDir, "job dir"), "success\tDirectory Change Complete.");
   EXPECT_EQ(Run(&S::GetWorkingDir), kPwd);
-  EXPECT_TRUE(log->filter("response\t257 ").join('\n').contains("/job dir\"")) << log->join('\n').toStdString();
+  EXPECT_TRUE(log->filter("response\t257 ").join('\n').contains("/job dir\"")) << Log();
 
   // A status query's unused data connection is dropped by pyftpdlib at the next PASV.
   EXPECT_EQ(Run(&S::GetStatus), "success\tSystem information received.");
-  EXPECT_EQ(Run(&S::PutSingleFile, {}, {"a.txt"}), kTransferred);
+  EXPECT_EQ(Run(&S::PutSingleFile, {}, {"a.txt"}), kFilesDone);
   EXPECT_TRUE(ReadFile(OnServer("job dir/a.txt")) == content);
   EXPECT_EQ(Run(&S::RenameSingleFile, {}, {"b.txt", "a.txt"}), "success\tFile Rename Complete.");
   EXPECT_FALSE(QFileInfo::exists(OnServer("job dir/a.txt")));
@@ -48,7 +46,7 @@ TEST_P(RealRestart, RestartedTransfersCompleteTheCopy) {
   const QByteArray content = RandomBytes(300000, 4);
   WriteFile(OnServer("down.bin"), content);
   WriteFile(local.filePath("down.bin"), content.left(100000));
-  EXPECT_EQ(Run(&S::RestartGetSingleFile, {}, {"down.bin"}), kTransferred);
+  EXPECT_EQ(Run(&S::RestartGetSingleFile, {}, {"down.bin"}), kFilesDone);
   EXPECT_TRUE(ReadFile(local.filePath("down.bin")) == content);
 
   // The broken-off copy goes up first, from a folder of its own: the server's file then
@@ -59,10 +57,10 @@ TEST_P(RealRestart, RestartedTransfersCompleteTheCopy) {
     WriteFile(partial.filePath(name), content.left(passive ? 123457 : 1));
     WriteFile(local.filePath(name), content);
     session->SetLocalDirectoryPathName(partial.path() + "/");
-    ASSERT_EQ(Run(&S::PutSingleFile, {}, {name}), kTransferred);
+    ASSERT_EQ(Run(&S::PutSingleFile, {}, {name}), kFilesDone);
     session->PassiveMode = passive;
     session->SetLocalDirectoryPathName(local.path() + "/");
-    EXPECT_EQ(Run(&S::RestartPutSingleFile, {}, {name}), kTransferred);
+    EXPECT_EQ(Run(&S::RestartPutSingleFile, {}, {name}), kFilesDone);
     EXPECT_TRUE(ReadFile(OnServer(name)) == content) << name.toStdString();
     session->PassiveMode = true;  // PutSingleFile never listens in active mode
   }

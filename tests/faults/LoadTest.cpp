@@ -2,7 +2,7 @@
 // after another. Every file arrives, every session ends and is freed, and the process ends
 // with the descriptors it started with. Counts: VELMAR_LOAD_AT_ONCE (default 100) and
 // VELMAR_LOAD_IN_TURN (default 100); scripts/load.sh runs 500 and 1,000 under the sanitizers.
-#include "sequences/RealServer.h"
+#include "support/RealSession.h"
 
 #include <QDir>
 
@@ -97,9 +97,8 @@ TEST_P(Load, ALongSeriesOneAfterAnother) {
 #endif
 }
 
-const auto kServerName = [](const auto& info) { return info.param == Kind::Vsftpd ? "vsftpd" : "pyftpdlib"; };
-INSTANTIATE_TEST_SUITE_P(Servers, Load, ::testing::Values(Kind::Pyftpdlib, Kind::Vsftpd), kServerName);
-INSTANTIATE_TEST_SUITE_P(Servers, Crowd, ::testing::Values(Kind::Vsftpd), kServerName);
+INSTANTIATE_TEST_SUITE_P(Servers, Load, ::testing::Values(Kind::Pyftpdlib, Kind::Vsftpd), ServerName);
+INSTANTIATE_TEST_SUITE_P(Servers, Crowd, ::testing::Values(Kind::Vsftpd), ServerName);
 
 }  // namespace
 }  // namespace velmar::test

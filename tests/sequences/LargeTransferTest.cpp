@@ -1,6 +1,6 @@
 // A file past 2 GiB up and down a real server: the 32-bit progress counters wrap, the
 // bytes must not. Slow (minutes under sanitizers), so it carries the label "large".
-#include "sequences/RealServer.h"
+#include "support/RealSession.h"
 
 #include <QFileInfo>
 
@@ -43,8 +43,7 @@ TEST_P(LargeTransfer, MoreThanTwoGibibytesGoUpAndDownExactly) {
   EXPECT_EQ(HashOf(path), hash);
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, LargeTransfer, ::testing::Values(std::tuple(Kind::Vsftpd, false)),
-                         [](const auto&) { return std::string("vsftpd_passive"); });
+INSTANTIATE_TEST_SUITE_P(Servers, LargeTransfer, ::testing::Values(std::tuple(Kind::Vsftpd, false)), TransferName);
 
 }  // namespace
 }  // namespace velmar::test

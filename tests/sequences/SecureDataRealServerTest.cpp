@@ -3,7 +3,7 @@
 // session. The server's certificate is verified (trusted through its own file) throughout.
 #include "data/FTPDataSocket.h"
 #include "platform/FolderItem.h"
-#include "sequences/RealServer.h"
+#include "support/RealSession.h"
 
 namespace velmar::test {
 namespace {
@@ -78,10 +78,7 @@ TEST_P(SecureData, WithoutTheOptionTheDataIsRefused) {
 INSTANTIATE_TEST_SUITE_P(Servers, SecureData,
                          ::testing::Combine(::testing::Values(Kind::PyftpdlibTLSData, Kind::VsftpdTLSData),
                                             ::testing::Bool()),
-                         [](const auto& info) {
-                           return std::string(std::get<0>(info.param) == Kind::VsftpdTLSData ? "vsftpd" : "pyftpdlib") +
-                                  (std::get<1>(info.param) ? "_active" : "_passive");
-                         });
+                         TransferName);
 
 }  // namespace
 }  // namespace velmar::test

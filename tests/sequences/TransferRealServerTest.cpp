@@ -3,7 +3,7 @@
 // connection nobody used).
 #include "listing/FTPParsedDirListLineClass.h"
 #include "platform/FolderItem.h"
-#include "sequences/RealServer.h"
+#include "support/RealSession.h"
 
 namespace velmar::test {
 namespace {
@@ -108,10 +108,7 @@ TEST_P(RealTransfer, TreesAreDeleted) {
 
 INSTANTIATE_TEST_SUITE_P(Servers, RealTransfer,
                          ::testing::Combine(::testing::Values(Kind::Pyftpdlib, Kind::Vsftpd), ::testing::Bool()),
-                         [](const auto& info) {
-                           return std::string(std::get<0>(info.param) == Kind::Vsftpd ? "vsftpd" : "pyftpdlib") +
-                                  (std::get<1>(info.param) ? "_active" : "_passive");
-                         });
+                         TransferName);
 
 }  // namespace
 }  // namespace velmar::test

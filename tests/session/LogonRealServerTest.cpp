@@ -1,10 +1,9 @@
 // Logon and Logoff against real servers: the TLS handshake, and the servers' own replies and closes.
-#include "session/RealSession.h"
+#include "support/RealSession.h"
 
 namespace velmar::test {
 namespace {
 
-using Kind = RealFtpServer::Kind;
 using RealLogon = RealSession;
 
 // The fixture has logged on and checked the reports.
