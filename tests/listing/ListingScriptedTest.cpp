@@ -32,8 +32,8 @@ const OperationRow kRows[] = {
     {"PwdWithoutQuotes", kList, {kPasv, Ok("PWD", "257 /pub"), {"LIST", Listing("")}}, {kListed},
      {"status\tGet full directory list for "},
      [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.CurrentWorkingDirectory, ""); }},
-    {"RefusedListing", kList, {kPasv, kPwd257, Ok("LIST", "550 no")}, {"error\tError: 550 no\n"}},
-    {"RefusedPolling", kList, {kPasv, kPwd257, k226First, Ok("NOOP", "500 no")}, {"error\tError: 500 no\n"}},
+    {"RefusedListing", kList, {kPasv, kPwd257, Ok("LIST", "550 no")}, {Err("550 no")}},
+    {"RefusedPolling", kList, {kPasv, kPwd257, k226First, Ok("NOOP", "500 no")}, {Err("500 no")}},
 };
 INSTANTIATE_TEST_SUITE_P(Listing, ResidentRows, ::testing::ValuesIn(kRows), RowName);
 

@@ -23,13 +23,13 @@ const OperationRow kBatchRows[] = {
      [](S& s, const QString&, const ScriptedFtpServer&) { EXPECT_EQ(s.DataPort, 32051); }},
     // The list is tested after a delete: an empty one still sends one bare DELE.
     {"DeleteOfNothingSendsABareDele", Start(&S::StartDeleteFile, {}),
-     {kPasv, kTypeI, Ok("DELE ", "550 what")}, {"error\tError: 550 what\n"}},
+     {kPasv, kTypeI, Ok("DELE ", "550 what")}, {Err("550 what")}},
     {"DeleteRefusalEndsTheBatchWithoutQuit", Start(&S::StartDeleteFile, {"a", "b", "c"}),
-     {kPasv, kTypeI, Ok("DELE c", "550 no such file")}, {"error\tError: 550 no such file\n"}, {}, FilesLeft({"a", "b"})},
+     {kPasv, kTypeI, Ok("DELE c", "550 no such file")}, {Err("550 no such file")}, {}, FilesLeft({"a", "b"})},
     {"DeleteRefusedTypeKeepsTheName", Start(&S::StartDeleteFile, {"a"}),
-     {kPasv, Ok("TYPE I", "504 no")}, {"error\tError: 504 no\n"}, {}, FilesLeft({"a"})},
+     {kPasv, Ok("TYPE I", "504 no")}, {Err("504 no")}, {}, FilesLeft({"a"})},
     {"DeleteRefusedCwdDeletesNothing", Start(&S::StartDeleteFile, {"a"}, "/nope"),
-     {Ok("CWD /nope", "550 no")}, {"error\tError: 550 no\n"}, {}, FilesLeft({"a"})},
+     {Ok("CWD /nope", "550 no")}, {Err("550 no")}, {}, FilesLeft({"a"})},
 
     // Pairs from the end: the old name first, then the new one.
     {"RenameTakesPairsFromTheEnd", Start(&S::StartRenameFile, {"new1", "old1", "new2", "old2"}, "/pub"),
@@ -39,7 +39,7 @@ const OperationRow kBatchRows[] = {
     {"RenameOfAnOddNameSendsABareRnto", Start(&S::StartRenameFile, {"x"}),
      {kPasv, kTypeI, Ok("RNFR x", "350 go"), Ok("RNTO ", "501 what"), kQuit}, {kRenamed}},
     {"RenameRefusedRnfrLeavesTheNewName", Start(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
-     {kPasv, kTypeI, Ok("RNFR o2", "550 no such file")}, {"error\tError: 550 no such file\n"}, {},
+     {kPasv, kTypeI, Ok("RNFR o2", "550 no such file")}, {Err("550 no such file")}, {},
      FilesLeft({"n1", "o1", "n2"})},
     // In active mode the port advances and wraps; a refused RNTO does not stop the batch.
     {"RenameActiveAdvancesAndWrapsPastRefusedRntos",
@@ -51,7 +51,7 @@ const OperationRow kBatchRows[] = {
     {"RenameMiddleLineCountsAsFinal", Start(&S::StartRenameFile, {"n1", "o1", "n2", "o2"}),
      {kPasv, kTypeI, Ok("RNFR o2", "350 go"),
       {"RNTO n2", {Line("250-first"), Line("xx middle"), Delay(50), Line("250 end")}}, {"PASV", {}}},
-     {"error\tError: 250 end\n"}},
+     {Err("250 end")}},
 };
 INSTANTIATE_TEST_SUITE_P(Batch, ConnectingRows, ::testing::ValuesIn(kBatchRows), RowName);
 
@@ -64,15 +64,8 @@ QList<Exchange> Leave(const QString& path, const QString& parent) { return {Ok("
 
 const QString kTreeDeleted = "success\tThe directory has been deleted.";
 
-auto DeleteTree(const QString& directory, std::function<void(S&)> prepare = {}, void (S::*start)() = &S::StartDeleteDir) {
-  return [=](S& s, const QString&) {
-    s.SetServerDirectoryPathName(directory);
-    if (prepare) prepare(s);
-    (s.*start)();
-  };
-}
 // DeleteDir on a logged-on session in "/d", its message boxes collected.
-const auto kResident = DeleteTree("/d", [](S&) { CollectBoxes(); }, &S::DeleteDir);
+const auto kResident = Start(&S::DeleteDir, {}, "/d", [](S&) { CollectBoxes(); });
 
 // A root named without its leading "/": CWD sends it as given, the walk names it "/top".
 // Files go from the last listed to the first, subdirectories likewise (b before a), each
@@ -85,31 +78,31 @@ const QList<Exchange> kWholeTree = QList<Exchange>{kTypeA} +
                                    QList<Exchange>{Ok("CDUP"), Ok("RMD /top"), kQuit};
 
 const OperationRow kTreeRows[] = {
-    {"WholeTreeBottomUp", DeleteTree("top"), kWholeTree, {kTreeDeleted},
+    {"WholeTreeBottomUp", Start(&S::StartDeleteDir, {}, "top"), kWholeTree, {kTreeDeleted},
      {"status\tDelete: /top/f2", "status\tDeleting /top/b", "status\tHandle parent directory "},
      [](S& s, const QString&, const ScriptedFtpServer&) {
        EXPECT_TRUE(s.DirList.isEmpty());
        EXPECT_EQ(s.DeleteDirectory, "/top");
      }},
     // In active mode each subdirectory takes the next port.
-    {"ActiveModeTakesTheNextPortPerDirectory", DeleteTree("/top", ActiveAtRangeEnd(32055)),
+    {"ActiveModeTakesTheNextPortPerDirectory", Start(&S::StartDeleteDir, {}, "/top", ActiveAtRangeEnd(32055)),
      {kTypeA, Port(32056), Ok("CWD /top"), Pwd("/top"), {"LIST -a", QList{ConnectActive()} + Listing(Folder("s"))},
       Port(32055), Ok("CWD /top/s"), Pwd("/top/s"), {"LIST -a", QList{ConnectActive()} + Listing("")}, Ok("CDUP"),
       Ok("RMD /top/s"), Pwd("/top"), Ok("CDUP"), Ok("RMD /top"), kQuit},
      {kTreeDeleted}},
-    {"RefusedDeleteEndsTheWalk", DeleteTree("/top"),
+    {"RefusedDeleteEndsTheWalk", Start(&S::StartDeleteDir, {}, "/top"),
      QList<Exchange>{kTypeA} + Enter("/top", File("f")) + QList<Exchange>{Ok("DELE /top/f", "550 busy")},
-     {"error\tError: 550 busy\n"}},
-    {"RefusedRmdEndsTheWalk", DeleteTree("/top"),
+     {Err("550 busy")}},
+    {"RefusedRmdEndsTheWalk", Start(&S::StartDeleteDir, {}, "/top"),
      QList<Exchange>{kTypeA} + Enter("/top", "") + QList<Exchange>{Ok("CDUP"), Ok("RMD /top", "550 not empty")},
-     {"error\tError: 550 not empty\n"}},
-    {"ListingResetEndsTheWalk", DeleteTree("/top"),
+     {Err("550 not empty")}},
+    {"ListingResetEndsTheWalk", Start(&S::StartDeleteDir, {}, "/top"),
      {kTypeA, kPasv, Ok("CWD /top"), Pwd("/top"),
       {"LIST -a", {Line("150 go"), WaitDataConnected(), DataSend(File("f")), DataReset(), Delay(50), Line("226 ok")}}},
      {"error\tError while receiving the directory list: 106"}},
     // A root whose name the server's PWD writes otherwise is never found. The connecting walk
     // tells the user and stands still, deleting nothing, until its timer ends it.
-    {"ARootThatPwdNamesOtherwiseStopsTheWalk", DeleteTree("/top/", [](S& s) { CollectBoxes(), s.SetTimeoutSeconds(1); }),
+    {"ARootThatPwdNamesOtherwiseStopsTheWalk", Start(&S::StartDeleteDir, {}, "/top/", [](S& s) { CollectBoxes(), s.SetTimeoutSeconds(1); }),
      {kTypeA, kPasv, Ok("CWD /top/"), Pwd("/top"), {"LIST -a", Listing(File("f"))}},
      {"error\tError: The connection timed out. Ending session."}, {}, BoxesWere({"oops /top"})},
 };
@@ -137,7 +130,7 @@ const OperationRow kResidentTreeRows[] = {
     // PARENT, and the RMD of an empty name is refused.
     {"ElsewhereClimbsAndFails", kResident,
      {kPasv, Pwd("/elsewhere"), {"LIST -a", Listing(File("x"))}, Ok("CDUP"), Ok("RMD ", "550 what")},
-     {"error\tError: 550 what\n"}, {}, BoxesWere({"oops /elsewhere"})},
+     {Err("550 what")}, {}, BoxesWere({"oops /elsewhere"})},
 };
 INSTANTIATE_TEST_SUITE_P(ResidentTree, ResidentRows, ::testing::ValuesIn(kResidentTreeRows), RowName);
 

@@ -32,7 +32,7 @@ const OperationRow kConnectingRows[] = {
       kTypeI, {"RETR a", Served("a", true)}, kQuit},
      {kTransferred}, {}, LocalFiles({{"a", "a"}, {"b", "b"}, {"c", "c"}})},
     {"TheFirstRefusalEndsTheBatch", Start(&S::StartGetFile, {"a", "b", "c"}),
-     {kPasv, kTypeI, Ok("RETR c", "550 no such file")}, {"error\tError: 550 no such file\n"}, {}, FilesLeft({"a", "b"})},
+     {kPasv, kTypeI, Ok("RETR c", "550 no such file")}, {Err("550 no such file")}, {}, FilesLeft({"a", "b"})},
 
     // A root given otherwise than the server's PWD shows it: the walk cannot find its entries
     // and tells the user in the connecting machine. Going on to the next subdirectory twice,
@@ -40,7 +40,7 @@ const OperationRow kConnectingRows[] = {
     {"APathNotFoundIsToldAndTheWalkClimbs", Start(&S::StartGetDir, {}, "/top/", [](S&) { CollectBoxes(); }),
      {kTypeA, kPasv, Ok("CWD /top/"), Pwd("/top"), {"LIST -a", Listing("")}, kTypeI, kPasv, Ok("CDUP"),
       Ok("CDUP", "550 at the top"), Pwd("/")},
-     {"error\tError: 550 at the top\n"}, {},
+     {Err("550 at the top")}, {},
      BoxesWere({"NEXTPORT oops /top", "NEXTSUBDIR oops /top", "NEXTSUBDIR oops /top", "PARENT oops /top"})},
 };
 

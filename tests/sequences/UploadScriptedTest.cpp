@@ -35,9 +35,9 @@ const OperationRow kRows[] = {
        EXPECT_TRUE(s.NT);
      }},
     {"PutFileWithoutDirectoryStopsAtTheFirstRefusal", Start(&S::StartPutFile, {"x", "y"}, {}, WriteTheFiles),
-     {kTypeI, kPasv, Ok("STOR y", "553 not allowed")}, {"error\tError: 553 not allowed\n"}, {}, FilesLeft({"x"})},
+     {kTypeI, kPasv, Ok("STOR y", "553 not allowed")}, {Err("553 not allowed")}, {}, FilesLeft({"x"})},
     {"PutFileRefusedCwdIsNotCreated", Start(&S::StartPutFile, {"x"}, "missing"),
-     {Ok("CWD missing", "550 no such directory")}, {"error\tError: 550 no such directory\n"}},
+     {Ok("CWD missing", "550 no such directory")}, {Err("550 no such directory")}},
     // A reset of the data connection ends the batch before the server's reply, and closes
     // both connections.
     {"DataResetDuringAnUploadEndsTheBatch",
