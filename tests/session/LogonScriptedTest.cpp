@@ -5,7 +5,6 @@
 #include "support/OperationRow.h"
 
 #include <QTcpServer>
-#include <ctime>
 
 namespace velmar::test {
 namespace {
@@ -28,7 +27,6 @@ void PrintTo(const LogonRow& row, std::ostream* out) { *out << row.name; }
 
 const QList<Exchange> kUserPass = {Ok("USER u", "331 ok"), Ok("PASS p", "230 in")};
 auto StillConnected(S& s, const QStringList&) { EXPECT_TRUE(s.CommandSocket && s.CommandSocket->IsConnected()); }
-double CpuSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 double cpuBefore = 0;
 
 const LogonRow kRows[] = {
