@@ -102,7 +102,8 @@ const OperationRow kTreeRows[] = {
      {"error\tError while receiving the directory list: 106"}},
     // A root whose name the server's PWD writes otherwise is never found. The connecting walk
     // tells the user and stands still, deleting nothing, until its timer ends it.
-    {"ARootThatPwdNamesOtherwiseStopsTheWalk", Start(&S::StartDeleteDir, {}, "/top/", [](S& s) { CollectBoxes(), s.SetTimeoutSeconds(1); }),
+    {"ARootThatPwdNamesOtherwiseStopsTheWalk",
+     Start(&S::StartDeleteDir, {}, "/top/", [](S& s) { CollectBoxes(), s.SetTimeoutSeconds(1); }),
      {kTypeA, kPasv, Ok("CWD /top/"), Pwd("/top"), {"LIST -a", Listing(File("f"))}},
      {"error\tError: The connection timed out. Ending session."}, {}, BoxesWere({"oops /top"})},
 };
