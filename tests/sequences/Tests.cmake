@@ -3,4 +3,3 @@ velmar_add_test(sequences_transfer_real_test sequences/TransferRealServerTest.cp
 velmar_add_test(sequences_large_transfer_test sequences/LargeTransferTest.cpp LABELS large TIMEOUT 900)
 velmar_add_test(sequences_download_scripted_test sequences/DownloadScriptedTest.cpp)
 velmar_add_test(sequences_delete_rename_scripted_test sequences/DeleteRenameScriptedTest.cpp)
-velmar_add_test(sequences_secure_data_real_test sequences/SecureDataRealServerTest.cpp)

@@ -1,6 +1,8 @@
 // Against real servers on loopback, checked byte for byte: what the scripted server cannot
 // show (real listings, a server that connects the moment it reads PORT, one that resets a data
-// connection nobody used).
+// connection nobody used). Also with TLS on every data connection, against servers that refuse
+// data in the clear: pyftpdlib, and vsftpd, which also demands that each data connection resume
+// the control connection's TLS session.
 #include "listing/FTPParsedDirListLineClass.h"
 #include "platform/FolderItem.h"
 #include "support/RealSession.h"
@@ -106,9 +108,23 @@ TEST_P(RealTransfer, TreesAreDeleted) {
   EXPECT_EQ(Snapshot(root), (QStringList{"sibling/", Entry("sibling/s", "sibling/s")}));
 }
 
+const auto kTlsData = ::testing::Values(Kind::PyftpdlibTLSData, Kind::VsftpdTLSData);
 INSTANTIATE_TEST_SUITE_P(Servers, RealTransfer,
                          ::testing::Combine(::testing::Values(Kind::Pyftpdlib, Kind::Vsftpd), ::testing::Bool()),
                          TransferName);
+INSTANTIATE_TEST_SUITE_P(SecureData, RealTransfer, ::testing::Combine(kTlsData, ::testing::Bool()), TransferName);
+
+// Without the option a server that demands TLS refuses the data in the clear.
+using SecureData = RealTransfer;
+TEST_P(SecureData, WithoutTheOptionTheDataIsRefused) {
+  WriteFile(server->Root() + "/f", "f");
+  session->SecureDataConnection = false;
+  session->SetTimeoutSeconds(5);  // pyftpdlib waits for a handshake that never comes
+  session->AddFileName("f");
+  EXPECT_TRUE(Run(&S::StartGetFile).startsWith("error\tError: ")) << Log();
+  EXPECT_FALSE(QFileInfo::exists(local.path() + "/f") && ReadFile(local.path() + "/f") == "f");
+}
+INSTANTIATE_TEST_SUITE_P(Servers, SecureData, ::testing::Combine(kTlsData, ::testing::Bool()), TransferName);
 
 }  // namespace
 }  // namespace velmar::test

@@ -95,16 +95,24 @@ inline std::string TransferName(const ::testing::TestParamInfo<std::tuple<Kind, 
   return ServerName({std::get<0>(info.param), info.index}) + (std::get<1>(info.param) ? "_active" : "_passive");
 }
 
-// Not logged on; names in UTF-8, in passive or (the parameter's second half) active mode.
+// Not logged on; names in UTF-8, in passive or (the parameter's second half) active mode. The
+// servers that demand TLS on data connections get it, with their certificate verified.
 class RealTransfer : public RealServerTest<std::tuple<Kind, bool>> {
 protected:
   void SetUp() override {
-    Start(std::get<0>(GetParam()), 32401, 32700);
+    Start(ServerKind(), 32401, 32700);
+    if (IsSkipped() || HasFatalFailure()) return;
     session->SetServerEncoding(TextEncoding::UTF8());  // names with non-ASCII letters
     session->PassiveMode = !Active();
+    if (!Tls()) return;
+    session->ServerAddress = "localhost";  // the certificate's name
+    session->FTPS = session->SecureDataConnection = session->VerifyServerCertificate = true;
+    session->TrustedCertificateFile = server->CertificateFile();
   }
   bool Active() const { return std::get<1>(GetParam()); }
-  bool Vsftpd() const { return std::get<0>(GetParam()) == Kind::Vsftpd; }
+  bool Vsftpd() const { return ServerKind() == Kind::Vsftpd || ServerKind() == Kind::VsftpdTLSData; }
+  bool Tls() const { return ServerKind() == Kind::PyftpdlibTLSData || ServerKind() == Kind::VsftpdTLSData; }
+  Kind ServerKind() const { return std::get<0>(GetParam()); }
 };
 
 }  // namespace velmar::test
