@@ -19,11 +19,10 @@ qint64 ResidentKiB() {
   return statm.open(QIODevice::ReadOnly) ? statm.readAll().split(' ').value(1).toLongLong() * 4 : 0;
 }
 
-class Load : public ::testing::TestWithParam<Kind> {
+class Load : public RealServerTest<Kind> {
 protected:
   void SetUp() override {
-    if (!server.Started()) GTEST_SKIP() << server.SkipReason().toStdString();
-    ASSERT_TRUE(local.isValid());
+    Start(GetParam(), 32401, 32700);
     descriptorsBefore = OpenDescriptors();
   }
   // Starts an upload of `name`, holding "bytes of NAME", on a session that only the caller's
@@ -32,9 +31,8 @@ protected:
     WriteFile(local.filePath(name), "bytes of " + name.toLatin1());
     auto session = std::make_shared<S>();
     log = RecordingStatus::Attach(*session);
-    session->SetLoginInfo("127.0.0.1", server.User(), server.Password());
-    session->CommandPort = server.Port();
-    session->PassiveMode = true;
+    session->SetLoginInfo("127.0.0.1", server->User(), server->Password());
+    session->CommandPort = server->Port();
     session->SetLocalDirectoryPathName(local.path() + "/");
     session->AddFileName(name);
     session->StartPutFile();
@@ -48,8 +46,6 @@ protected:
     }, 10000)) << OpenDescriptors() << " descriptors open, " << descriptorsBefore << " before";
   }
 
-  RealFtpServer server{GetParam()};
-  QTemporaryDir local;
   qsizetype descriptorsBefore = 0;
 };
 
@@ -69,7 +65,7 @@ TEST_P(Crowd, OfUploadsAtOnce) {
   QStringList wrong;
   for (int i = 0; i < count; ++i) {
     const QString name = QString("crowd %1").arg(i);
-    if (ReadFile(server.Root() + "/" + name) != "bytes of " + name.toLatin1()) wrong << name;
+    if (ReadFile(server->Root() + "/" + name) != "bytes of " + name.toLatin1()) wrong << name;
   }
   EXPECT_EQ(wrong, QStringList());
   ExpectAllReturned(sessions);
@@ -86,7 +82,7 @@ TEST_P(Load, ALongSeriesOneAfterAnother) {
     ASSERT_EQ(RecordingStatus::Ends(*log), QStringList{kFilesDone}) << i;
     if (i == count / 2) residentAtHalf = ResidentKiB();
   }
-  EXPECT_EQ(QDir(server.Root()).entryList(QDir::Files).size(), count);
+  EXPECT_EQ(QDir(server->Root()).entryList(QDir::Files).size(), count);
   ExpectAllReturned(sessions);
   // Memory does not grow with the sessions that have come and gone (8 KiB a session at most).
   // AddressSanitizer holds freed memory back on purpose; its leak checker takes over there.
