@@ -3,7 +3,7 @@
 // running at the end of its input; against real servers the exact lines of a logon and
 // logoff, in the clear and over explicit TLS, and the exit status of failures; the one-line
 // commands with addresses.
-#include "sequences/RealServer.h"
+#include "support/RealSession.h"
 #include "support/QtPrinters.h"
 #include "support/RealFtpServer.h"
 #include "support/RecordingStatus.h"
