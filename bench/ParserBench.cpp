@@ -7,7 +7,6 @@
 #include "listing/FTPParsedDirListLineClass.h"
 #include "session/FTPSessionClass.h"
 
-#include <QCoreApplication>
 #include <QStringList>
 
 #include <benchmark/benchmark.h>
@@ -103,12 +102,3 @@ void BM_ParseDirectoryList(benchmark::State& state) {
 BENCHMARK(BM_ParseDirectoryList)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  QCoreApplication app(argc, argv);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

@@ -7,7 +7,6 @@
 #include "platform/SocketCore.h"
 #include "support/ScriptedFtpServer.h"
 
-#include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
 
@@ -97,12 +96,3 @@ void BM_LogonScripted(benchmark::State& state) {
 BENCHMARK(BM_LogonScripted)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  QCoreApplication app(argc, argv);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

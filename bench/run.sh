@@ -693,18 +693,21 @@ w("`velmar-parse-bench` (Google Benchmark) on a listing of 100,000 lines of mixe
   "record; `ParseDirectoryList` takes the whole text as the data socket hands it over (CR LF line ends) into a "
   "fresh directory tree. Medians of the repetitions, CPU time of one thread.")
 w("")
-parse_rate = None
-try:
+def medians(path):
+    """Per benchmark of a Google Benchmark JSON file: the median of the repetitions, or the one run."""
     import json
-    bench = json.load(open(f"{work}/parse.json", encoding="utf-8"))
-    w("| benchmark | lines per second | ms per 100,000 lines |")
-    w("|---|---|---|")
-    # The median of the repetitions, or the one run when there was only one.
     chosen = {}
-    for b in bench["benchmarks"]:
+    for b in json.load(open(path, encoding="utf-8"))["benchmarks"]:
         if b.get("aggregate_name") == "median" or (b.get("run_type") == "iteration" and b["run_name"] not in chosen):
             chosen[b["run_name"]] = b
-    for b in chosen.values():
+    return chosen.values()
+
+parse_rate = None
+try:
+    chosen = medians(f"{work}/parse.json")
+    w("| benchmark | lines per second | ms per 100,000 lines |")
+    w("|---|---|---|")
+    for b in chosen:
         name = b["run_name"].replace("BM_", "")
         w(f"| {name} | {b['lines_per_s'] / 1e6:.2f} million | {b['cpu_time']:.1f} |")
         if name == "ParseDirListLine":
@@ -728,16 +731,11 @@ w("`velmar-reply-bench` (Google Benchmark): one reply line through `ParseCommand
 w("")
 reply_line_us = None
 try:
-    import json
-    bench = json.load(open(f"{work}/reply.json", encoding="utf-8"))
+    chosen = medians(f"{work}/reply.json")
     w("| benchmark | microseconds per item |")
     w("|---|---|")
-    chosen = {}
-    for b in bench["benchmarks"]:
-        if b.get("aggregate_name") == "median" or (b.get("run_type") == "iteration" and b["run_name"] not in chosen):
-            chosen[b["run_name"]] = b
     scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
-    for b in chosen.values():
+    for b in chosen:
         us = b["cpu_time"] * scale.get(b.get("time_unit", "ns"), 1e-3)
         name = b["run_name"].replace("BM_", "")
         w(f"| {name} | {us:.2f} |")
