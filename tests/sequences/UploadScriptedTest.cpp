@@ -50,10 +50,11 @@ const OperationRow kRows[] = {
 
     // The tree is walked into its entries, children in name order, the empty file left out;
     // every entry pays for a data connection. The missing server folders are made, the
-    // existing "bare" is entered.
+    // existing "bare" is entered. A 230 to USER is taken like 331: the password still goes.
     {"PutDirRunsTheScriptCreatingMissingFolders",
      Start(&S::StartPutDir, {}, "/up/top", Tree("top/", {{"f", "file f"}, {"sub/g", "file g"}, {"empty", ""}}, {"bare"})),
-     {Ok("CWD /up/top", "550 no"), Ok("MKD /up/top", "257 created"), Ok("CWD /up/top"), kTypeI, kPasv, Ok("CWD bare"),
+     {Ok("", "220 hi"), Ok("USER u", "230 in"), Ok("PASS p", "230 in"), Ok("CWD /up/top", "550 no"),
+      Ok("MKD /up/top", "257 created"), Ok("CWD /up/top"), kTypeI, kPasv, Ok("CWD bare"),
       kPasv, Ok("CDUP"), kPasv, {"STOR f", kStored}, kPasv, Ok("CWD sub", "550 no"), Ok("MKD sub", "257 made"),
       Ok("CWD sub"), kPasv, {"STOR g", kStored}, kPasv, Ok("CDUP"), kPasv, Ok("CDUP"), kQuit},
      {kTreeUploaded}, {"status\tCreate directory: ", "status\tCreate directory: /up/top"},
