@@ -24,7 +24,9 @@ int main(int argc, char** argv) {
   session->SetServerDirectoryPathName(args[4]);
 
   auto reports = velmar::FTPStatusSignals::Attach(*session);
-  QObject::connect(reports.get(), &velmar::FTPStatusSignals::succeeded, [session](const QString&) {
+  // The receiver belongs to the session: a lambda kept by it takes the session by plain pointer,
+  // since a shared_ptr there would keep the session alive forever.
+  QObject::connect(reports.get(), &velmar::FTPStatusSignals::succeeded, [session = session.get()](const QString&) {
     const QStringList lines = session->DirectoryFileList.split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
     for (const QString& line : lines) {
       const auto entry = session->ParseDirListLine(line);

@@ -7,6 +7,10 @@
 //   QObject::connect(reports.get(), &velmar::FTPStatusSignals::succeeded,
 //                    [](const QString& text) { qInfo() << "done:" << text; });
 //
+// The receiver belongs to its session (FTPStatusInstance): a connected lambda that needs the
+// session takes it by plain or weak pointer, as a shared_ptr kept there would keep the session,
+// and everything it holds, alive for good.
+//
 // The signals carry the texts exactly as the reports do. `succeeded` and `failed` end an
 // operation; `status` names each step, `response` shows the dialogue with the server (the
 // password left out), and `progress` gives the bytes moved so far by a transfer.
