@@ -10,10 +10,12 @@ namespace {
 
 constexpr double kLargestExactInteger = 9007199254740992.0;  // 2^53
 
+// \u00XX for a character below U+0100.
 void AppendEscape(std::string& out, unsigned code) {
-  char buffer[8];
-  std::snprintf(buffer, sizeof buffer, "\\u%04x", code);
-  out += buffer;
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += "\\u00";
+  out += kHex[(code >> 4) & 15];
+  out += kHex[code & 15];
 }
 
 // The string's UTF-8 as it is, but for quotes, backslashes and control characters.
