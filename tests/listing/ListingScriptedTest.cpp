@@ -44,7 +44,8 @@ const QList<Exchange> kListing = {kTypeA, kPasv, kPwd257, {"LIST", Listing(kPart
 
 const OperationRow kConnectingRows[] = {
     {"StartGetDirListInADirectory", Start(&S::StartGetDirList, {}, "/pub"),
-     kLogon + QList<Exchange>{Ok("CWD /pub")} + kListing, {kListed}, {}, Listed(kPart2)},
+     kLogon + QList<Exchange>{Ok("CWD /pub")} + kListing, {kListed}, {"status\tStart Get Directory List Sequence"},
+     Listed(kPart2)},
     {"StartGetDirListWhereItLogsOn", Start(&S::StartGetDirList, {}), kLogon + kListing, {kListed}, {}, Listed(kPart2)},
 };
 INSTANTIATE_TEST_SUITE_P(Listing, ConnectingRows, ::testing::ValuesIn(kConnectingRows), RowName);

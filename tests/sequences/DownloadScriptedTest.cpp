@@ -42,6 +42,8 @@ const OperationRow kConnectingRows[] = {
       Ok("CDUP", "550 at the top"), Pwd("/")},
      {Err("550 at the top")}, {},
      BoxesWere({"NEXTPORT oops /top", "NEXTSUBDIR oops /top", "NEXTSUBDIR oops /top", "PARENT oops /top"})},
+    {"ARefusedListingEndsTheWalk", Start(&S::StartGetDir, {}, "/top"),
+     {kTypeA, kPasv, Ok("CWD /top"), Pwd("/top"), Ok("LIST -a", "550 no listing")}, {Err("550 no listing")}},
 };
 
 struct Download : ConnectingRows {};

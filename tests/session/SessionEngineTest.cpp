@@ -191,8 +191,10 @@ TEST(Lifetime, AReleasedIdleSessionIsFreedAtOnce) {
   auto session = std::make_shared<FTPSessionClass>();
   session->ResetConnectionTimer();
   const std::weak_ptr<FTPSessionClass> watch = session;
+  const std::shared_ptr<FTPStatusClass> receiver = session->FTPStatusInstance;  // kept by its owner
   session.reset();
   EXPECT_TRUE(watch.expired());
+  EXPECT_EQ(receiver->Session, nullptr);  // no way back into the freed session
 }
 
 }  // namespace
