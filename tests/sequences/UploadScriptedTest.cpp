@@ -66,6 +66,8 @@ const OperationRow kRows[] = {
        EXPECT_EQ(s.CurrentFileIndex, 8);
        EXPECT_FALSE(s.NT);
      }},
+    {"PutDirEndsAtARefusedStor", Start(&S::StartPutDir, {}, "/up", Tree("top/", {{"f", "file f"}}, {})),
+     {Ok("CWD /up"), kTypeI, kPasv, Ok("STOR f", "553 not allowed")}, {Err("553 not allowed")}},
     {"PutDirOfAMissingFolderEndsAtTheGreeting",
      Start(&S::StartPutDir, {}, {}, [](S& s) { s.SetLocalDirectoryPathName("/nonexistent-velmar-folder/"); }),
      {Ok("", "220 ready")}, {"error\tCannot find this path: /nonexistent-velmar-folder/"}},
